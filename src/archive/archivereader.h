@@ -1,0 +1,129 @@
+#pragma once
+// One opened BA2 archive: header, records (with texture chunks) and names, loaded by open()
+// and kept with the archive file open so the extractor can read the data through it.
+
+#include "archive/format.h"
+#include "archive/progress.h"
+
+#include <QFile>
+#include <QString>
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+class QProgressBar;
+class QProgressDialog;
+
+// One chunk of a texture as loaded (the low byte of each mip index is kept).
+struct ChunkInfo {
+    uint64_t dataOffset = 0;
+    uint32_t packedSize = 0;
+    uint32_t unpackedSize = 0;
+    uint8_t firstMip = 0;
+    uint8_t lastMip = 0;
+};
+
+// One file of the archive as loaded. The general fields are valid in a general archive,
+// the texture fields (and the chunks, through ArchiveReader::chunks) in a texture archive.
+struct FileRecord {
+    uint32_t nameHash = 0;
+    uint32_t extension = 0;
+    uint32_t directoryHash = 0;
+    // general archive
+    uint32_t recordFlags = 0;
+    uint64_t dataOffset = 0;
+    uint32_t packedSize = 0;
+    uint32_t unpackedSize = 0;
+    // texture archive
+    uint8_t reserved = 0;
+    uint8_t chunkCount = 0;
+    uint16_t chunkRecordSize = 0;
+    uint16_t height = 0;
+    uint16_t width = 0;
+    uint8_t mipCount = 0;
+    uint8_t format = 0;
+    uint16_t textureFlags = 0;
+    uint32_t firstChunk = 0;  // index of this texture's first chunk in the reader's chunk table
+    // name
+    uint16_t nameEntryLength = 0;
+    const char* name = nullptr;  // NUL-terminated, '/' separators, UTF-8 by convention
+};
+
+// Why open() refused an archive (None after success).
+enum class OpenError {
+    None,
+    CannotOpen,         // file missing, unreadable, or a directory
+    NotArchive,         // too short for a header, or magic is not "BTDX"
+    UnknownType,        // archiveType is neither "GNRL" nor "DX10"
+    NoFiles,            // fileCount is 0
+    UnsupportedVer3,    // version 3 with a compression code other than 3 (warning box)
+    TooManyChunks,      // a texture with more than 16 chunks (warning box)
+    BadChunkRecordSize, // a texture whose chunk records are not 24 bytes
+    RecordsTruncated,   // fileCount records cannot fit in the file, or a read came up short
+    NameTableInvalid,   // name table offset outside the file, or names run past its end
+};
+
+class ArchiveReader {
+public:
+    ArchiveReader();
+    ~ArchiveReader();
+    ArchiveReader(const ArchiveReader&) = delete;
+    ArchiveReader& operator=(const ArchiveReader&) = delete;
+
+    // Loads the archive at path. Reports progress 1..fileCount (after setting the range) and
+    // processes events once per record. Returns false on any failure; openError() and
+    // errorText() then say why. Called once per reader.
+    bool open(const QString& path, Progress& progress);
+    // The window's form: drives a status-bar progress bar and shows the two warning boxes
+    // (unsupported version-3 compression, too many chunks). Defined in the GUI library.
+    bool open(QString path, QProgressBar* progressBar);
+
+    // Closes the file and frees records and names; always true.
+    bool close();
+
+    // The window's Extract All: runs the extraction into targetFolder (ending with '/'),
+    // driving the dialog, then shows the outcome box. Defined in the GUI library.
+    int extractAll(QString targetFolder, QProgressDialog* progressDialog);
+
+    OpenError openError() const { return lastError; }
+    QString errorText() const;  // one line for the CLI; empty after success
+
+    // The chunks of texture record i (chunkCount of them).
+    const ChunkInfo* chunks(const FileRecord& record) const { return chunkTable.data() + record.firstChunk; }
+    const FileRecord& record(uint32_t i) const { return records[i]; }
+    QString nameOf(uint32_t i) const { return QString::fromUtf8(records[i].name); }
+
+    QFile file;
+    int64_t fileSize = 0;
+    uint32_t magic = 0;
+    uint32_t version = 0;
+    uint32_t archiveType = 0;
+    uint32_t fileCount = 0;
+    uint64_t nameTableOffset = 0;
+    uint64_t headerExtra = 0;
+    uint32_t compressionCode = 0;
+    std::vector<FileRecord> records;
+    bool isTexture = false;
+    int64_t packedTotal = 0;
+    int64_t unpackedTotal = 0;
+    uint64_t nameTableSize = 0;
+    std::unique_ptr<char[]> nameTable;
+
+private:
+    bool fail(OpenError error);
+    std::vector<ChunkInfo> chunkTable;
+    OpenError lastError = OpenError::None;
+};
+
+// Trims text, splits it at separator (keeping empty parts) and gives the head (every part but
+// the last, each followed by the separator) and the tail (the last part).
+void splitPath(QString text, QString separator, QString& head, QString& tail);
+
+// The three information lines the window shows for an opened archive, e.g.
+// "BA2 Ver.1 (12,345 files)", "Format: General", "Compression: zlib (48.37%)".
+QString archiveInfoLine1(const ArchiveReader& reader);
+QString archiveInfoLine2(const ArchiveReader& reader);
+QString archiveInfoLine3(const ArchiveReader& reader);
+// "%'d": a number with its thousands grouped by ','.
+QString groupedNumber(qint64 value);
