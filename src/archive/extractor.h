@@ -1,0 +1,19 @@
+#pragma once
+// Extracting every file of an opened archive, and verifying one in memory.
+
+#include "archive/archivereader.h"
+
+struct ExtractResult {
+    int status = 0;       // ArchiveStatus
+    QString failedName;   // the stored name where a failure happened
+};
+
+// Writes every file under targetFolder (which must exist), making folders as needed and
+// rebuilding DDS headers for textures. Progress gets the range 0..fileCount and the value i
+// before file i; a cancel is honoured between files. Names that would leave the target are
+// refused. Files written before a failure stay.
+ExtractResult extractArchive(ArchiveReader& reader, const QString& targetFolder, Progress& progress);
+
+// Decodes every block in memory and checks every size and every texture's format.
+// Returns true for a sound archive; otherwise fault names the first problem and its file.
+bool verifyArchive(ArchiveReader& reader, QString& fault);

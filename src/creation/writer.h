@@ -1,0 +1,20 @@
+#pragma once
+// Writing a BA2 archive from gathered sources.
+
+#include "archive/progress.h"
+#include "creation/sourceentry.h"
+
+#include <QString>
+
+struct WriteResult {
+    int status = 0;       // ArchiveStatus
+    QString failedFile;   // the source that caused a failure, when one did
+};
+
+// Writes sources (in their order) into targetPath: header, records, data, name table, through
+// a temporary file beside the target that is renamed over it only when complete. Progress
+// gets the range 0..count and the value i before file i; a cancel is honoured between files.
+// Returns -1 at once for an empty list. No temporary file survives any outcome, and an existing
+// target is untouched unless the run completes.
+WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool isTexture, int version,
+                         int zlibLevel, int lz4Mode, Progress& progress);
