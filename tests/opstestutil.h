@@ -1,0 +1,232 @@
+#pragma once
+// Helpers for driving the window's operations offscreen: a scratch working folder, file trees,
+// drops, list contents, and cancelling a progress dialog at a chosen moment.
+
+#include "app/dialogs.h"
+#include "app/mainwindow.h"
+#include "app/ui_mainwindow.h"
+
+#include "testutil.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QDropEvent>
+#include <QFileInfo>
+#include <QListWidget>
+#include <QMimeData>
+#include <QProgressDialog>
+#include <QStatusBar>
+#include <QTemporaryDir>
+#include <QTimer>
+#include <QUrl>
+#include <QVector>
+
+#include <functional>
+#include <map>
+#include <memory>
+
+namespace opstest {
+
+// Runs a test inside an empty current folder, so Zarnel.ini and relative paths land there.
+class ScratchDir {
+public:
+    ScratchDir() : previous(QDir::currentPath()) { QDir::setCurrent(dir.path()); }
+    ~ScratchDir() { QDir::setCurrent(previous); }
+    QString path(const QString& relative = QString()) const
+    {
+        return relative.isEmpty() ? dir.path() : dir.path() + QLatin1Char('/') + relative;
+    }
+    bool valid() const { return dir.isValid(); }
+
+private:
+    QTemporaryDir dir;
+    QString previous;
+};
+
+struct Box {
+    QMessageBox::Icon icon;
+    QString text;
+    QString informative;
+};
+
+// Answers the file and folder dialogs from queues (an exhausted queue answers "cancelled")
+// and records every message box instead of showing it.
+class ScriptedDialogs : public Dialogs {
+public:
+    ScriptedDialogs() { Dialogs::install(this); }
+    ~ScriptedDialogs() override { Dialogs::install(nullptr); }
+
+    QStringList folders, openFiles, saveFiles;
+    QStringList asked;  // "caption|start folder" of every file or folder dialog
+    QVector<Box> boxes;
+
+    QString getExistingDirectory(QWidget*, const QString& caption, const QString& dir,
+                                 QFileDialog::Options) override
+    {
+        return answer(folders, caption, dir);
+    }
+    QString getOpenFileName(QWidget*, const QString& caption, const QString& dir, const QString&) override
+    {
+        return answer(openFiles, caption, dir);
+    }
+    QString getSaveFileName(QWidget*, const QString& caption, const QString& dir, const QString&) override
+    {
+        return answer(saveFiles, caption, dir);
+    }
+    void showMessage(QMessageBox::Icon icon, const QString& text, const QString& informative) override
+    {
+        boxes.append(Box{icon, text, informative});
+    }
+    void about(QWidget*, const QString&, const QString&) override {}
+    void aboutQt(QWidget*, const QString&) override {}
+    bool openUrl(const QUrl&) override { return true; }
+
+private:
+    QString answer(QStringList& queue, const QString& caption, const QString& dir)
+    {
+        asked << caption + QLatin1Char('|') + dir;
+        return queue.isEmpty() ? QString() : queue.takeFirst();
+    }
+};
+
+using Tree = std::map<QString, QByteArray>;  // relative path -> content
+
+inline bool writeTree(const QString& root, const Tree& tree)
+{
+    for (const auto& [relative, bytes] : tree)
+        if (!testutil::writeFile(root + QLatin1Char('/') + relative, bytes)) return false;
+    return QDir().mkpath(root);
+}
+
+// Every file below root, by relative path.
+inline Tree readTree(const QString& root)
+{
+    Tree tree;
+    QDir base(root);
+    std::function<void(const QString&)> walk = [&](const QString& folder) {
+        const QFileInfoList entries =
+            QDir(folder).entryInfoList(QDir::Files | QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden);
+        for (const QFileInfo& info : entries) {
+            if (info.isDir()) walk(info.filePath());
+            else tree[base.relativeFilePath(info.filePath())] = testutil::readFile(info.filePath());
+        }
+    };
+    walk(root);
+    return tree;
+}
+
+// A window set up as at start-up without a command-line path.
+inline std::unique_ptr<MainWindow> makeWindow(const QByteArray& argument = QByteArray())
+{
+    static char program[] = "zarnel";
+    static QByteArray argumentStore;
+    static char* argv[3] = {program, nullptr, nullptr};
+    argumentStore = argument;
+    argv[1] = argumentStore.isEmpty() ? nullptr : argumentStore.data();
+    auto window = std::make_unique<MainWindow>();
+    window->setArg(argument.isEmpty() ? 1 : 2, argv);
+    window->initialize();
+    window->show();
+    return window;
+}
+
+inline void drop(MainWindow& window, const QStringList& paths)
+{
+    QMimeData mime;
+    QList<QUrl> urls;
+    for (const QString& p : paths) urls << QUrl::fromLocalFile(p);
+    mime.setUrls(urls);
+    QDropEvent event(QPointF(20, 20), Qt::CopyAction, &mime, Qt::LeftButton, Qt::NoModifier);
+    QCoreApplication::sendEvent(&window, &event);
+}
+
+inline QStringList listTexts(const MainWindow& window)
+{
+    QStringList texts;
+    const QListWidget* list = window.ui->listWidget_Files;
+    for (int i = 0; i < list->count(); ++i) texts << list->item(i)->text();
+    return texts;
+}
+
+inline QString statusText(MainWindow& window) { return window.statusBar()->currentMessage(); }
+
+// Cancels the progress dialog with the given label once ready() holds. Checked whenever the
+// running operation processes events (the reading dialog's scan does so per entry).
+class CancelWhen : public QObject {
+public:
+    CancelWhen(MainWindow& window, const QString& label, std::function<bool()> ready)
+        : window(window), label(label), ready(std::move(ready))
+    {
+        connect(&timer, &QTimer::timeout, this, [this] { poll(); });
+        timer.start(0);
+    }
+    bool fired = false;
+
+private:
+    void poll()
+    {
+        if (fired || !ready()) return;
+        for (QProgressDialog* dialog : window.findChildren<QProgressDialog*>()) {
+            if (dialog->labelText() != label) continue;
+            dialog->cancel();
+            fired = true;
+        }
+    }
+    MainWindow& window;
+    QString label;
+    std::function<bool()> ready;
+    QTimer timer;
+};
+
+// Cancels an engine dialog (Create Archive, Extract All) as soon as it is built: the engines
+// do not process events before their first cancel check, so no timer could get in first.
+class CancelEngineDialog : public QObject {
+public:
+    explicit CancelEngineDialog(const QString& label) : label(label) { qApp->installEventFilter(this); }
+    ~CancelEngineDialog() override { qApp->removeEventFilter(this); }
+    bool fired = false;
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override
+    {
+        // The style sheet is the last thing the dialog recipe sets, so the dialog is complete.
+        if (!fired && event->type() == QEvent::StyleChange) {
+            auto* dialog = qobject_cast<QProgressDialog*>(watched);
+            if (dialog && dialog->labelText() == label) {
+                dialog->cancel();
+                fired = true;
+            }
+        }
+        return false;
+    }
+
+private:
+    QString label;
+};
+
+// A small uncompressed 32-bit RGBA DDS picture (one mip level).
+inline QByteArray rgbaDds(uint32_t width, uint32_t height, uint32_t seed)
+{
+    QByteArray header(128, '\0');
+    auto put = [&](int offset, uint32_t v) {
+        for (int i = 0; i < 4; ++i) header[offset + i] = char((v >> (8 * i)) & 0xFF);
+    };
+    put(0, 0x20534444);  // "DDS "
+    put(4, 124);
+    put(8, 0x0000100F);
+    put(12, height);
+    put(16, width);
+    put(20, width * 4);
+    put(28, 1);
+    put(76, 32);
+    put(80, 0x41);  // RGB | alpha pixels
+    put(88, 32);
+    put(92, 0x000000FF);
+    put(96, 0x0000FF00);
+    put(100, 0x00FF0000);
+    put(104, 0xFF000000);
+    put(108, 0x1000);
+    return header + testutil::patternBytes(int(width * height * 4), seed);
+}
+
+}  // namespace opstest
