@@ -13,7 +13,7 @@
 
 bool ArchiveReader::open(QString path, QProgressBar* progressBar)
 {
-    ProgressBarAdapter adapter(progressBar);
+    BarProgress adapter(progressBar);
     if (open(path, static_cast<Progress&>(adapter))) return true;
 
     switch (openError()) {
@@ -38,7 +38,7 @@ bool ArchiveReader::open(QString path, QProgressBar* progressBar)
 
 int ArchiveReader::extractAll(QString targetFolder, QProgressDialog* progressDialog)
 {
-    ProgressDialogAdapter adapter(progressDialog);
+    DialogProgress adapter(progressDialog);
     const ExtractResult result = extractArchive(*this, targetFolder, adapter);
     if (result.status == ArchiveStatus::Complete) {
         progressDialog->setMaximum(100);

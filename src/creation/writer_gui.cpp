@@ -13,7 +13,7 @@ int saveArchive(SourceList& sources, QString targetPath, bool isTexture, int ver
 {
     if (sources.isEmpty()) return ArchiveStatus::SystemError;
 
-    ProgressDialogAdapter adapter(progress);
+    DialogProgress adapter(progress);
     const WriteResult result =
         writeArchive(sources, targetPath, isTexture, version, zlibLevel, lz4Mode, adapter);
     if (result.status == ArchiveStatus::Complete) {

@@ -77,8 +77,8 @@ int MainWindow::scanSourceFolder(const QString& path, bool recursing, QProgressD
     state.rootFolderName = rootFolderName;
     state.rootPrefixLength = rootPrefixLength;
 
-    std::unique_ptr<ProgressDialogAdapter> adapter;
-    if (progress) adapter = std::make_unique<ProgressDialogAdapter>(progress);
+    std::unique_ptr<DialogProgress> adapter;
+    if (progress) adapter = std::make_unique<DialogProgress>(progress);
 
     // Every file goes through this window's loadPath so that it sees the root that the scan
     // derived for this tree, which the core records in state as it walks.
