@@ -1,0 +1,148 @@
+// Window-side loading at scale, offscreen: dropping a generated folder of small files (scan,
+// duplicate check, sort, list fill, assistance) and opening an archive of as many files with
+// the full list shown. Runs each size once and prints the times and the 4x-size ratio.
+//
+// Usage: bench_window [LARGE_COUNT]   (default 100000; the small run is a quarter of it)
+
+#include "app/dialogs.h"
+#include "app/mainwindow.h"
+#include "app/ui_mainwindow.h"
+#include "archive/progress.h"
+#include "creation/gather.h"
+#include "creation/writer.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QListWidget>
+#include <QMimeData>
+#include <QDropEvent>
+#include <QTemporaryDir>
+#include <QUrl>
+
+#include <cstdio>
+#include <memory>
+
+namespace {
+
+// Answers the Open Archive dialog and swallows boxes, so nothing waits for a user.
+class QuietDialogs : public Dialogs {
+public:
+    QString openFile;
+    int boxes = 0;
+    QString getOpenFileName(QWidget*, const QString&, const QString&, const QString&) override { return openFile; }
+    void showMessage(QMessageBox::Icon, const QString&, const QString&) override { ++boxes; }
+};
+
+bool makeFolder(const QString& root, int count)
+{
+    const int perFolder = 1000;
+    for (int i = 0; i < count; ++i) {
+        const QString folder = root + QStringLiteral("/d%1").arg(i / perFolder, 3, 10, QLatin1Char('0'));
+        if (i % perFolder == 0 && !QDir().mkpath(folder)) return false;
+        QFile file(folder + QStringLiteral("/file_%1.txt").arg(i, 6, 10, QLatin1Char('0')));
+        if (!file.open(QIODevice::WriteOnly)) return false;
+        file.write(QByteArray::number(i) + " small payload\n");
+    }
+    return true;
+}
+
+std::unique_ptr<MainWindow> freshWindow()
+{
+    static char program[] = "bench_window";
+    static char* argv[] = {program, nullptr};
+    auto window = std::make_unique<MainWindow>();
+    window->setArg(1, argv);
+    window->initialize();
+    window->show();
+    QApplication::processEvents();
+    return window;
+}
+
+struct Times {
+    double dropMs = 0;
+    double openMs = 0;
+    int listed = 0;
+    int opened = 0;
+};
+
+bool runOnce(const QString& base, int count, Times& times)
+{
+    const QString folder = base + QStringLiteral("/Folder%1").arg(count);
+    const QString archive = base + QStringLiteral("/archive%1.ba2").arg(count);
+    std::fprintf(stderr, "generating %d files...\n", count);
+    if (!makeFolder(folder, count)) return false;
+
+    // The archive is written by the core writer (stored, version 1) from the same folder.
+    {
+        SourceList sources;
+        GatherState state;
+        state.sources = &sources;
+        state.table = &defaultNameHashTable();
+        NullProgress progress;
+        if (gatherPaths(state, {folder}, nullptr) != 1) return false;
+        if (writeArchive(sources, archive, false, 1, 0, 1, progress).status != 1) return false;
+    }
+
+    QuietDialogs dialogs;
+    Dialogs::install(&dialogs);
+    {
+        auto window = freshWindow();
+        window->listView = 1;
+        QMimeData mime;
+        mime.setUrls({QUrl::fromLocalFile(folder)});
+        QDropEvent drop(QPointF(10, 10), Qt::CopyAction, &mime, Qt::LeftButton, Qt::NoModifier);
+        QElapsedTimer timer;
+        timer.start();
+        QCoreApplication::sendEvent(window.get(), &drop);
+        times.dropMs = double(timer.nsecsElapsed()) / 1e6;
+        times.listed = window->ui->listWidget_Files->count();
+    }
+    {
+        auto window = freshWindow();
+        window->listView = 1;
+        dialogs.openFile = archive;
+        QElapsedTimer timer;
+        timer.start();
+        window->ui->pushButton_File->click();
+        times.openMs = double(timer.nsecsElapsed()) / 1e6;
+        times.opened = window->ui->listWidget_Files->count();
+    }
+    Dialogs::install(nullptr);
+    return dialogs.boxes == 0 && times.listed == count && times.opened == count;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    const int large = argc > 1 ? QByteArray(argv[1]).toInt() : 100000;
+    const int small = large / 4;
+    if (large < 4) {
+        std::fprintf(stderr, "count too small\n");
+        return 2;
+    }
+
+    QTemporaryDir scratch;
+    const QString previous = QDir::currentPath();
+    QDir::setCurrent(scratch.path());  // Zarnel.ini lands in the scratch folder
+
+    Times smallTimes, largeTimes;
+    const bool ok = runOnce(scratch.path(), small, smallTimes) && runOnce(scratch.path(), large, largeTimes);
+    QDir::setCurrent(previous);
+    if (!ok) {
+        std::fprintf(stderr, "benchmark run failed\n");
+        return 1;
+    }
+    std::printf("%-28s %10s %10s\n", "", "drop (ms)", "open (ms)");
+    std::printf("%-28s %10.1f %10.1f\n", qPrintable(QStringLiteral("%1 files").arg(small)), smallTimes.dropMs,
+                smallTimes.openMs);
+    std::printf("%-28s %10.1f %10.1f\n", qPrintable(QStringLiteral("%1 files").arg(large)), largeTimes.dropMs,
+                largeTimes.openMs);
+    std::printf("%-28s %10.2f %10.2f\n", "ratio large/small", largeTimes.dropMs / smallTimes.dropMs,
+                largeTimes.openMs / smallTimes.openMs);
+    return 0;
+}
