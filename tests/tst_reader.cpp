@@ -57,6 +57,7 @@ private slots:
     void everyTruncationRefused();
     void notArchives();
     void closeKeepsCounts();
+    void tablesLargerThanReadBuffer();
     void splitPathExamples_data();
     void splitPathExamples();
     void infoLines_data();
@@ -300,6 +301,30 @@ void TestReader::notArchives()
     QCOMPARE(folder.openError(), OpenError::CannotOpen);
 }
 
+void TestReader::tablesLargerThanReadBuffer()
+{
+    // Record tables over 1 MiB make the unmapped path refill its buffer mid-record.
+    Ba2Builder g;
+    for (int i = 0; i < 40000; ++i) g.addGeneral("g/" + QByteArray::number(i), QByteArray(i % 3, 'x'));
+    Ba2Builder t;
+    t.texture = true;
+    for (int i = 0; i < 12000; ++i)
+        t.addTexture("t/" + QByteArray::number(i), 4, 4, 3, 71, {QByteArray(1, 'a'), QByteArray(2, 'b'), QByteArray(i % 5, 'c')});
+    NullProgress none;
+    ArchiveReader gr, tr;
+    QVERIFY(gr.open(write("bigg.ba2", g.build()), none));
+    QVERIFY(tr.open(write("bigt.ba2", t.build()), none));
+    for (uint32_t i = 0; i < 40000; i += 997) {
+        QCOMPARE(gr.nameOf(i), QStringLiteral("g/%1").arg(i));
+        QCOMPARE(gr.records[i].unpackedSize, uint32_t(i % 3));
+    }
+    for (uint32_t i = 0; i < 12000; i += 331) {
+        QCOMPARE(tr.nameOf(i), QStringLiteral("t/%1").arg(i));
+        QCOMPARE(tr.chunks(tr.records[i])[2].unpackedSize, uint32_t(i % 5));
+        QCOMPARE(int(tr.chunks(tr.records[i])[2].lastMip), 2);
+    }
+}
+
 void TestReader::closeKeepsCounts()
 {
     Ba2Builder b;
@@ -470,5 +495,15 @@ void TestReader::cliExitCodes()
     if (args == QStringList{"--help"}) QVERIFY(run.out.startsWith("Usage: zarnel-cli"));
 }
 
-QTEST_GUILESS_MAIN(TestReader)
+int main(int argc, char** argv)
+{
+    // Every case runs twice: through a mapping of the file and through plain reads.
+    int failures = 0;
+    for (bool map : {true, false}) {
+        ArchiveReader::mapFiles = map;
+        TestReader test;
+        failures += QTest::qExec(&test, argc, argv);
+    }
+    return failures;
+}
 #include "tst_reader.moc"

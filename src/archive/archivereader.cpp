@@ -10,38 +10,66 @@
 
 namespace {
 
-// Sequential reads through one large buffer: record tables are many small fixed-size pieces,
-// and a system call per record would dominate the time to open a big archive.
-class BufferedInput {
+// Sequential access to the record table. The file is mapped when the system allows it, so a
+// record costs no system call and no copy; otherwise it is read through one large buffer.
+class RecordInput {
 public:
-    explicit BufferedInput(QFile& file) : file(file) {}
-
-    bool read(unsigned char* out, size_t size)
+    RecordInput(QFile& file, uint64_t start, uint64_t fileSize) : file(file), pos(start), fileSize(fileSize)
     {
-        while (size > 0) {
-            if (pos == end) {
-                const qint64 got = file.read(reinterpret_cast<char*>(buffer.data()), qint64(buffer.size()));
-                if (got <= 0) return false;
-                pos = 0;
-                end = size_t(got);
-            }
-            const size_t take = std::min(size, end - pos);
-            memcpy(out, buffer.data() + pos, take);
-            pos += take;
-            out += take;
-            size -= take;
+        if (ArchiveReader::mapFiles) mapped = file.map(0, qint64(fileSize));
+        if (!mapped) {
+            buffer.resize(1 << 20);
+            file.seek(qint64(start));
         }
-        return true;
+    }
+    ~RecordInput()
+    {
+        if (mapped) file.unmap(mapped);
+    }
+
+    // Pointer to the next size bytes, or null when the file ends first.
+    const unsigned char* take(size_t size)
+    {
+        if (size > fileSize - pos) return nullptr;
+        pos += size;
+        if (mapped) return mapped + pos - size;
+        if (end - next < size) {
+            // Keep the unread tail and refill behind it.
+            memmove(buffer.data(), buffer.data() + next, end - next);
+            end -= next;
+            next = 0;
+            const qint64 got = file.read(reinterpret_cast<char*>(buffer.data()) + end, qint64(buffer.size() - end));
+            if (got > 0) end += size_t(got);
+            if (end < size) return nullptr;
+        }
+        next += size;
+        return buffer.data() + next - size;
+    }
+
+    // Copies size bytes at offset into out.
+    bool copy(uint64_t offset, char* out, uint64_t size)
+    {
+        if (offset > fileSize || size > fileSize - offset) return false;
+        if (mapped) {
+            memcpy(out, mapped + offset, size);
+            return true;
+        }
+        return file.seek(qint64(offset)) && file.read(out, qint64(size)) == qint64(size);
     }
 
 private:
     QFile& file;
-    std::vector<unsigned char> buffer = std::vector<unsigned char>(1 << 20);
-    size_t pos = 0;
+    uchar* mapped = nullptr;
+    uint64_t pos;
+    uint64_t fileSize;
+    std::vector<unsigned char> buffer;
+    size_t next = 0;
     size_t end = 0;
 };
 
 }  // namespace
+
+bool ArchiveReader::mapFiles = true;
 
 ArchiveReader::ArchiveReader() = default;
 
@@ -98,20 +126,22 @@ bool ArchiveReader::open(const QString& path, Progress& progress)
     if (uint64_t(fileSize) < headerSize || uint64_t(fileCount) * minRecord > recordSpace)
         return fail(OpenError::RecordsTruncated);
 
-    records.assign(fileCount, FileRecord());
+    records.clear();
+    records.reserve(fileCount);
     progress.setMinimum(0);
     progress.setMaximum(int(std::min<uint32_t>(fileCount, INT32_MAX)));
     packedTotal = 0;
     unpackedTotal = 0;
 
-    BufferedInput in(file);
-    unsigned char raw[ba2::kMaxChunks * ba2::kChunkRecordSize];
+    RecordInput in(file, headerSize, uint64_t(fileSize));
     for (uint32_t i = 0; i < fileCount; ++i) {
         progress.setValue(int(std::min<uint32_t>(i + 1, INT32_MAX)));
         progress.processEvents();
-        FileRecord& r = records[i];
+        records.emplace_back();
+        FileRecord& r = records.back();
         if (!isTexture) {
-            if (!in.read(raw, ba2::kGeneralRecordSize)) return fail(OpenError::RecordsTruncated);
+            const unsigned char* raw = in.take(ba2::kGeneralRecordSize);
+            if (!raw) return fail(OpenError::RecordsTruncated);
             const ba2::GeneralFileRecord g = ba2::decodeGeneralRecord(raw);
             r.nameHash = g.nameHash;
             r.extension = g.extension;
@@ -126,7 +156,8 @@ bool ArchiveReader::open(const QString& path, Progress& progress)
             }
             continue;
         }
-        if (!in.read(raw, ba2::kTextureRecordSize)) return fail(OpenError::RecordsTruncated);
+        const unsigned char* raw = in.take(ba2::kTextureRecordSize);
+        if (!raw) return fail(OpenError::RecordsTruncated);
         const ba2::TextureFileRecord t = ba2::decodeTextureRecord(raw);
         r.nameHash = t.nameHash;
         r.extension = t.extension;
@@ -144,7 +175,8 @@ bool ArchiveReader::open(const QString& path, Progress& progress)
         if (r.chunkCount == 0) continue;
         // Chunk records of another size would be taken apart at the wrong places.
         if (r.chunkRecordSize != ba2::kChunkRecordSize) return fail(OpenError::BadChunkRecordSize);
-        if (!in.read(raw, size_t(r.chunkCount) * ba2::kChunkRecordSize)) return fail(OpenError::RecordsTruncated);
+        raw = in.take(size_t(r.chunkCount) * ba2::kChunkRecordSize);
+        if (!raw) return fail(OpenError::RecordsTruncated);
         for (uint32_t c = 0; c < r.chunkCount; ++c) {
             const ba2::ChunkRecord cr = ba2::decodeChunkRecord(raw + c * ba2::kChunkRecordSize);
             ChunkInfo info;
@@ -168,9 +200,7 @@ bool ArchiveReader::open(const QString& path, Progress& progress)
     if (nameTableSize < uint64_t(fileCount) * 2) return fail(OpenError::NameTableInvalid);
     nameTable.reset(new (std::nothrow) char[nameTableSize + 1]);
     if (!nameTable) return fail(OpenError::NameTableInvalid);
-    if (!file.seek(qint64(nameTableOffset))
-        || file.read(nameTable.get(), qint64(nameTableSize)) != qint64(nameTableSize))
-        return fail(OpenError::NameTableInvalid);
+    if (!in.copy(nameTableOffset, nameTable.get(), nameTableSize)) return fail(OpenError::NameTableInvalid);
     nameTable[nameTableSize] = 0;
 
     uint64_t p = 0;
@@ -186,7 +216,10 @@ bool ArchiveReader::open(const QString& path, Progress& progress)
         p += 2 + uint64_t(length);
     }
     table[p] = 0;
-    std::replace(nameTable.get(), nameTable.get() + nameTableSize, '\\', '/');
+    // Separators written by other packers become '/'; memchr skips the common case quickly.
+    char* const tableEnd = nameTable.get() + nameTableSize;
+    for (char* b = nameTable.get(); (b = static_cast<char*>(memchr(b, '\\', size_t(tableEnd - b)))) != nullptr;)
+        *b++ = '/';
     return true;
 }
 

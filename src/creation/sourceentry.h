@@ -37,8 +37,8 @@ struct SourceEntry {
 
 // Builds an entry from a lower-cased path in the local 8-bit encoding. rootPrefix is the
 // position where the archive-relative path starts (0: the bare file name). Returns nothing
-// for a path without a usable '/' or with an empty file name, or whose relative path is too
-// long for a name-table entry (over 65,535 bytes).
+// for a path without a '/' or with an empty file name, for a rootPrefix past the start of the
+// file name, or when the relative path is too long for a name-table entry (over 65,535 bytes).
 std::optional<SourceEntry> makeSourceEntry(const QByteArray& pathBytes, uint32_t rootPrefix,
                                            const NameHashTable& table);
 
@@ -49,6 +49,8 @@ bool sourceEntryLess(const SourceEntry& a, const SourceEntry& b);
 class SourceList {
 public:
     bool containsSource(const QString& key) const;  // key: archive-relative path
+    // The same test on the local 8-bit bytes of the relative path.
+    bool containsRelativePath(const QByteArray& relativePath) const;
     void append(SourceEntry entry);
     void sortSources();
     void releaseSources();
