@@ -94,6 +94,9 @@ public:
     const FileRecord& record(uint32_t i) const { return records[i]; }
     QString nameOf(uint32_t i) const { return QString::fromUtf8(records[i].name); }
 
+    // Whether open() may map the archive instead of reading it (tests cover both paths).
+    static bool mapFiles;
+
     QFile file;
     int64_t fileSize = 0;
     uint32_t magic = 0;

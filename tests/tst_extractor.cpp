@@ -1,0 +1,462 @@
+#include "archive/archivereader.h"
+#include "archive/extractor.h"
+#include "archive/status.h"
+#include "testutil.h"
+
+#include <QDirIterator>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QtTest>
+
+using namespace testutil;
+
+namespace {
+
+// Records every value and cancels once the value reaches cancelAt.
+class ScriptedProgress : public Progress {
+public:
+    explicit ScriptedProgress(int cancelAt = -1) : cancelAt(cancelAt) {}
+    void setMaximum(int m) override { maximum = m; }
+    void setValue(int v) override
+    {
+        value = v;
+        values.append(v);
+    }
+    bool wasCanceled() override { return cancelAt >= 0 && value >= cancelAt; }
+    int cancelAt;
+    int maximum = -1;
+    int value = -1;
+    QVector<int> values;
+};
+
+QStringList treeOf(const QString& root)
+{
+    QStringList files;
+    QDirIterator it(root, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext()) files << it.next().mid(root.size() + 1);
+    files.sort();
+    return files;
+}
+
+int runCli(const QStringList& args, QString* out = nullptr)
+{
+    QProcess p;
+    p.start(QStringLiteral(ZARNEL_CLI_PATH), args);
+    p.waitForFinished(120000);
+    if (out) *out = QString::fromUtf8(p.readAllStandardOutput());
+    return p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
+}
+
+}  // namespace
+
+class TestExtractor : public QObject {
+    Q_OBJECT
+private slots:
+    void init() { work.reset(new QTemporaryDir); QVERIFY(work->isValid()); }
+    void generalRoundTrip_data();
+    void generalRoundTrip();
+    void textureArchive_data();
+    void textureArchive();
+    void failures_data();
+    void failures();
+    void cancelLeavesEarlierFiles();
+    void escapingNamesRefused_data();
+    void escapingNamesRefused();
+    void overwritesAndDeepFolders();
+    void outcomeTexts_data();
+    void outcomeTexts();
+    void realSamples_data();
+    void realSamples();
+    void blankTexturePixels();
+    void cliExtractAndVerify();
+    void parallelMatchesOneThread_data();
+    void parallelMatchesOneThread();
+
+private:
+    QString archive(const Ba2Builder& b, const QString& name = "a.ba2")
+    {
+        const QString path = work->filePath(name);
+        writeFile(path, b.build());
+        return path;
+    }
+    QString target()
+    {
+        const QString path = work->filePath("out");
+        QDir().mkpath(path);
+        return path + "/";
+    }
+    QScopedPointer<QTemporaryDir> work;
+};
+
+void TestExtractor::generalRoundTrip_data()
+{
+    QTest::addColumn<uint>("version");
+    QTest::addColumn<int>("pack");
+    QTest::newRow("v1 zlib") << 1u << int(Pack::Zlib);
+    QTest::newRow("v1 stored") << 1u << int(Pack::Stored);
+    QTest::newRow("v2 zlib") << 2u << int(Pack::Zlib);
+    QTest::newRow("v2 stored") << 2u << int(Pack::Stored);
+    QTest::newRow("v3 stored general") << 3u << int(Pack::Stored);
+}
+
+void TestExtractor::generalRoundTrip()
+{
+    QFETCH(uint, version);
+    QFETCH(int, pack);
+    Ba2Builder b;
+    b.version = version;
+    QMap<QString, QByteArray> files{{"meshes/a/b/c.nif", patternBytes(70000, 1)},
+                                    {"scripts/x.pex", patternBytes(3000, 2, false)},
+                                    {"root.txt", QByteArray("root file")},
+                                    {"empty.dat", QByteArray()}};
+    for (auto it = files.begin(); it != files.end(); ++it) b.addGeneral(it.key().toUtf8(), it.value(), Pack(pack));
+    ArchiveReader r;
+    NullProgress none;
+    QVERIFY(r.open(archive(b), none));
+    ScriptedProgress progress;
+    const ExtractResult result = extractArchive(r, target(), progress);
+    QCOMPARE(result.status, int(ArchiveStatus::Complete));
+    QCOMPARE(treeOf(work->filePath("out")), QStringList(files.keys()));
+    for (auto it = files.begin(); it != files.end(); ++it) QCOMPARE(readFile(target() + it.key()), it.value());
+    // One step per file before it, then 100 of 100 once complete.
+    QCOMPARE(progress.values, QVector<int>({0, 1, 2, 3, 100}));
+    QCOMPARE(progress.maximum, 100);
+    QString fault;
+    QVERIFY2(verifyArchive(r, fault), qPrintable(fault));
+}
+
+void TestExtractor::textureArchive_data()
+{
+    QTest::addColumn<uint>("version");
+    QTest::addColumn<int>("pack");
+    QTest::newRow("v3 lz4") << 3u << int(Pack::Lz4);
+    QTest::newRow("v1 zlib") << 1u << int(Pack::Zlib);
+    QTest::newRow("v2 stored") << 2u << int(Pack::Stored);
+}
+
+void TestExtractor::textureArchive()
+{
+    QFETCH(uint, version);
+    QFETCH(int, pack);
+    Ba2Builder b;
+    b.version = version;
+    b.texture = true;
+    const QByteArray c0 = patternBytes(1048576, 7), c1 = patternBytes(262144, 8), c2 = patternBytes(87408, 9);
+    b.addTexture("textures/big.dds", 1024, 1024, 11, 98, {c0, c1, c2}, Pack(pack));
+    const QByteArray small = patternBytes(16384, 10);
+    b.addTexture("textures/small.dds", 256, 128, 1, 71, {small}, Pack(pack));
+    b.addTexture("textures/none.dds", 4, 4, 1, 71, {}, Pack(pack));
+    ArchiveReader r;
+    NullProgress none;
+    QVERIFY(r.open(archive(b), none));
+    const ExtractResult result = extractArchive(r, target(), none);
+    QCOMPARE(result.status, int(ArchiveStatus::Complete));
+    const QByteArray big = readFile(target() + "textures/big.dds");
+    QCOMPARE(big.size(), 148 + c0.size() + c1.size() + c2.size());
+    QCOMPARE(big.left(4), QByteArray("DDS "));
+    QCOMPARE(big.mid(84, 4), QByteArray("DX10"));
+    QCOMPARE(big.mid(148), c0 + c1 + c2);
+    const QByteArray bc1 = readFile(target() + "textures/small.dds");
+    QCOMPARE(bc1.size(), 128 + small.size());
+    QCOMPARE(bc1.mid(84, 4), QByteArray("DXT1"));
+    QCOMPARE(bc1.mid(128), small);
+    // A texture with no chunks is its header alone.
+    QCOMPARE(readFile(target() + "textures/none.dds").size(), 128);
+}
+
+void TestExtractor::failures_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QStringList>("leftFiles");  // name=size after the failure
+
+    {
+        Ba2Builder b;
+        b.version = 3;
+        b.addGeneral("stored.txt", "fine");
+        b.addGeneral("packed.bin", patternBytes(100, 1), Pack::Lz4);
+        QTest::newRow("v3 general compressed") << b.build() << int(ArchiveStatus::DdsOrVer3General)
+                                               << QStringList{"packed.bin=0", "stored.txt=4"};
+    }
+    {
+        Ba2Builder b;
+        b.texture = true;
+        b.addTexture("float.dds", 4, 4, 1, 2, {QByteArray(256, 'f')});
+        QTest::newRow("unknown texture format") << b.build() << int(ArchiveStatus::UnsupportedFormat)
+                                                << QStringList{"float.dds=0"};
+    }
+    {
+        Ba2Builder b;
+        TestEntry& e = b.addGeneral("z.bin", patternBytes(5000, 3), Pack::Zlib);
+        e.stored[e.stored.size() / 2] = char(e.stored[e.stored.size() / 2] ^ 0x55);
+        e.stored[e.stored.size() / 2 + 1] = char(e.stored[e.stored.size() / 2 + 1] ^ 0x55);
+        QTest::newRow("corrupt zlib") << b.build() << int(ArchiveStatus::ZlibError) << QStringList{"z.bin=0"};
+    }
+    {
+        Ba2Builder b;
+        TestEntry& e = b.addGeneral("z.bin", patternBytes(5000, 3), Pack::Zlib);
+        e.unpackedSize += 1;
+        QTest::newRow("zlib size too large") << b.build() << int(ArchiveStatus::ZlibError) << QStringList{"z.bin=0"};
+        e.unpackedSize -= 2;
+        QTest::newRow("zlib size too small") << b.build() << int(ArchiveStatus::ZlibError) << QStringList{"z.bin=0"};
+    }
+    {
+        Ba2Builder b;
+        b.version = 3;
+        b.texture = true;
+        TestEntry& e = b.addTexture("t.dds", 8, 8, 1, 71, {patternBytes(32, 4), patternBytes(64, 5)}, Pack::Lz4);
+        e.chunks[1].unpackedSize = 63;
+        QTest::newRow("lz4 wrong size") << b.build() << int(ArchiveStatus::Lz4Error) << QStringList{"t.dds=160"};
+    }
+    {
+        Ba2Builder b;
+        b.addGeneral("ok.txt", "ok");
+        TestEntry& e = b.addGeneral("huge.bin", "tiny");
+        e.unpackedSize = 0x7FFFFFFF;  // stored data said to run far past the end of the file
+        QTest::newRow("stored past end") << b.build() << int(ArchiveStatus::FileReadError)
+                                         << QStringList{"huge.bin=0", "ok.txt=2"};
+    }
+    {
+        Ba2Builder b;
+        TestEntry& e = b.addGeneral("bomb.bin", patternBytes(100, 6), Pack::Zlib);
+        e.unpackedSize = 0xFFFFFFF0;  // a size no stream of this length can produce
+        QTest::newRow("zlib claims 4 GiB") << b.build() << int(ArchiveStatus::ZlibError) << QStringList{"bomb.bin=0"};
+    }
+}
+
+void TestExtractor::failures()
+{
+    QFETCH(QByteArray, bytes);
+    QFETCH(int, status);
+    QFETCH(QStringList, leftFiles);
+    const QString path = work->filePath("bad.ba2");
+    writeFile(path, bytes);
+    ArchiveReader r;
+    NullProgress none;
+    QVERIFY(r.open(path, none));
+    const ExtractResult result = extractArchive(r, target(), none);
+    QCOMPARE(result.status, status);
+    QVERIFY(!result.failedName.isEmpty());
+    QStringList left;
+    for (const QString& f : treeOf(work->filePath("out"))) left << QStringLiteral("%1=%2").arg(f).arg(QFileInfo(target() + f).size());
+    QCOMPARE(left, leftFiles);
+    QString fault;
+    QVERIFY(!verifyArchive(r, fault));
+    QVERIFY(fault.startsWith(result.failedName + ": "));
+}
+
+void TestExtractor::cancelLeavesEarlierFiles()
+{
+    Ba2Builder b;
+    for (int i = 0; i < 5; ++i) b.addGeneral(QByteArray("f") + QByteArray::number(i), "data", Pack::Zlib);
+    ArchiveReader r;
+    NullProgress none;
+    QVERIFY(r.open(archive(b), none));
+    ScriptedProgress cancelAtThree(3);
+    QCOMPARE(extractArchive(r, target(), cancelAtThree).status, int(ArchiveStatus::Aborted));
+    QCOMPARE(treeOf(work->filePath("out")), QStringList({"f0", "f1", "f2"}));
+    ScriptedProgress cancelFirst(0);
+    QTemporaryDir other;
+    QCOMPARE(extractArchive(r, other.path(), cancelFirst).status, int(ArchiveStatus::Aborted));
+    QVERIFY(treeOf(other.path()).isEmpty());
+    // The reader stays loaded: a second run completes.
+    QCOMPARE(extractArchive(r, other.path(), none).status, int(ArchiveStatus::Complete));
+    QCOMPARE(treeOf(other.path()).size(), 5);
+}
+
+void TestExtractor::escapingNamesRefused_data()
+{
+    QTest::addColumn<QByteArray>("name");
+    QTest::newRow("parent") << QByteArray("../escape.txt");
+    QTest::newRow("inner parent") << QByteArray("a/../../escape.txt");
+    QTest::newRow("backslash parent") << QByteArray("a\\..\\..\\escape.txt");
+    QTest::newRow("absolute") << QByteArray("/tmp/escape.txt");
+    QTest::newRow("drive") << QByteArray("c:/escape.txt");
+    QTest::newRow("nul inside") << QByteArray("ok.txt\0/../../escape.txt", 25);
+}
+
+void TestExtractor::escapingNamesRefused()
+{
+    QFETCH(QByteArray, name);
+    Ba2Builder b;
+    b.addGeneral("first.txt", "1");
+    b.addGeneral(name, "escaped");
+    ArchiveReader r;
+    NullProgress none;
+    QVERIFY(r.open(archive(b), none));
+    const QString out = work->filePath("deep/er/out");
+    QDir().mkpath(out);
+    const ExtractResult result = extractArchive(r, out, none);
+    QCOMPARE(result.status, int(ArchiveStatus::UnsafeName));
+    QCOMPARE(extractOutcomeText(result.status), QString("Extract All Error.\n Unsafe File Name."));
+    // Only the safe first file exists anywhere in the work area besides the archive.
+    QStringList all = treeOf(work->path());
+    all.removeAll("a.ba2");
+    QCOMPARE(all, QStringList{"deep/er/out/first.txt"});
+    QVERIFY(!QFile::exists("/tmp/escape.txt") || QFileInfo("/tmp/escape.txt").lastModified().secsTo(QDateTime::currentDateTime()) > 60);
+}
+
+void TestExtractor::overwritesAndDeepFolders()
+{
+    Ba2Builder b;
+    b.addGeneral("textures/armor/a/b.dds", "new content", Pack::Zlib);
+    ArchiveReader r;
+    NullProgress none;
+    QVERIFY(r.open(archive(b), none));
+    writeFile(target() + "textures/armor/a/b.dds", QByteArray(1000, 'o'));
+    QCOMPARE(extractArchive(r, target(), none).status, int(ArchiveStatus::Complete));
+    QCOMPARE(readFile(target() + "textures/armor/a/b.dds"), QByteArray("new content"));
+
+    // A root-level name whose file cannot be opened fails at once (here: a folder is in the way).
+    Ba2Builder root;
+    root.addGeneral("blocked", "x");
+    ArchiveReader rr;
+    QVERIFY(rr.open(archive(root, "root.ba2"), none));
+    QDir().mkpath(target() + "blocked");
+    QCOMPARE(extractArchive(rr, target(), none).status, int(ArchiveStatus::FileOpenError));
+    // A missing target folder.
+    QCOMPARE(extractArchive(rr, work->filePath("missing/"), none).status, int(ArchiveStatus::SystemError));
+}
+
+void TestExtractor::outcomeTexts_data()
+{
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("complete") << 1 << "Complete.";
+    QTest::newRow("aborted") << 0 << "Aborted.";
+    QTest::newRow("system") << -1 << "Extract All Error.\n System Error.";
+    QTest::newRow("open") << -2 << "Extract All Error.\n File Open Error.";
+    QTest::newRow("write") << -3 << "Extract All Error.\n File Write Error.";
+    QTest::newRow("lz4") << -5 << "Extract All Error.\n Decompress(LZ4) Error.";
+    QTest::newRow("zlib") << -6 << "Extract All Error.\n Decompress(zlib) Error.";
+    QTest::newRow("ver3") << -9 << "Extract All Error.\n Ver.3 General.";
+    QTest::newRow("format") << -10 << "Extract All Error.\n ";
+}
+
+void TestExtractor::outcomeTexts()
+{
+    QFETCH(int, status);
+    QFETCH(QString, text);
+    QCOMPARE(extractOutcomeText(status), text);
+}
+
+void TestExtractor::realSamples_data()
+{
+    QTest::addColumn<QString>("file");
+    for (const QString& f : QDir(samplesDir()).entryList({"*.ba2"}, QDir::Files, QDir::Name))
+        QTest::newRow(qPrintable(f)) << f;
+}
+
+void TestExtractor::realSamples()
+{
+    QFETCH(QString, file);
+    ArchiveReader r;
+    NullProgress none;
+    QVERIFY(r.open(samplesDir() + "/" + file, none));
+    QString fault;
+    QVERIFY2(verifyArchive(r, fault), qPrintable(fault));
+    QCOMPARE(extractArchive(r, target(), none).status, int(ArchiveStatus::Complete));
+    QStringList names;
+    for (uint32_t i = 0; i < r.fileCount; ++i) names << r.nameOf(i);
+    names.sort();
+    QCOMPARE(treeOf(work->filePath("out")), names);
+    if (file == "Blank - Main.ba2") {
+        const QByteArray license = readFile(target() + names[0]);
+        QCOMPARE(license.size(), 1101);
+        QVERIFY(license.contains("\r\n"));
+    }
+}
+
+void TestExtractor::blankTexturePixels()
+{
+    ArchiveReader r;
+    NullProgress none;
+    QVERIFY(r.open(samplesDir() + "/Blank - Textures.ba2", none));
+    QCOMPARE(extractArchive(r, target(), none).status, int(ArchiveStatus::Complete));
+    const QByteArray source = readFile(samplesDir() + "/Blank.dds");
+    const QByteArray ours = readFile(target() + r.nameOf(0));
+    const int sourceHeader = source.mid(84, 4) == "DX10" ? 148 : 128;
+    const int ourHeader = ours.mid(84, 4) == "DX10" ? 148 : 128;
+    QVERIFY(source.size() > sourceHeader);
+    QCOMPARE(ours.mid(ourHeader), source.mid(sourceHeader, ours.size() - ourHeader));
+    QCOMPARE(ours.size() - ourHeader, source.size() - sourceHeader);
+    // The rebuilt header describes the same picture.
+    QCOMPARE(ours.mid(12, 8), source.mid(12, 8));
+}
+
+void TestExtractor::cliExtractAndVerify()
+{
+    QString out;
+    const QString looks = samplesDir() + "/LooksMenu - Main.ba2";
+    QCOMPARE(runCli({"extract", looks, target()}, &out), 0);
+    QCOMPARE(out, QString("Complete.\n"));
+    QCOMPARE(runCli({"verify", looks}, &out), 0);
+    QCOMPARE(out, QString("OK\n"));
+    QCOMPARE(runCli({"extract", looks, work->filePath("nope")}, &out), 1);
+    QCOMPARE(out, QString("System Error.\n"));
+
+    Ba2Builder b;
+    TestEntry& e = b.addGeneral("broken.bin", patternBytes(400, 1), Pack::Zlib);
+    e.unpackedSize = 399;
+    const QString bad = archive(b, "broken.ba2");
+    QCOMPARE(runCli({"verify", bad}, &out), 1);
+    QCOMPARE(out, QString("broken.bin: Decompress(zlib) Error.\n"));
+    QCOMPARE(runCli({"extract", bad, target()}, &out), 1);
+    QCOMPARE(out, QString("Decompress(zlib) Error.\n"));
+    QCOMPARE(runCli({"extract", looks}, &out), 2);
+}
+
+void TestExtractor::parallelMatchesOneThread_data()
+{
+    QTest::addColumn<bool>("texture");
+    QTest::addColumn<int>("breakAt");   // file whose data is corrupted, -1 for none
+    QTest::addColumn<int>("cancelAt");  // file before which Cancel is seen, -1 for none
+    QTest::newRow("general clean") << false << -1 << -1;
+    QTest::newRow("general failure midway") << false << 37 << -1;
+    QTest::newRow("general cancel midway") << false << -1 << 23;
+    QTest::newRow("texture clean") << true << -1 << -1;
+    QTest::newRow("texture failure midway") << true << 11 << -1;
+}
+
+void TestExtractor::parallelMatchesOneThread()
+{
+    QFETCH(bool, texture);
+    QFETCH(int, breakAt);
+    QFETCH(int, cancelAt);
+    Ba2Builder b;
+    b.texture = texture;
+    b.version = texture ? 3 : 2;
+    for (int i = 0; i < 60; ++i) {
+        const QByteArray name = "dir" + QByteArray::number(i % 7) + "/f" + QByteArray::number(i);
+        if (texture) {
+            TestEntry& e = b.addTexture(name + ".dds", 64, 64, 3, 71,
+                                        {patternBytes(2048 + i, uint32_t(i)), patternBytes(512, uint32_t(i) + 100)}, Pack::Lz4);
+            if (i == breakAt) e.chunks[1].unpackedSize += 3;
+        } else {
+            TestEntry& e = b.addGeneral(name, patternBytes(1000 + 97 * i, uint32_t(i)), i % 4 ? Pack::Zlib : Pack::Stored);
+            if (i == breakAt) e.stored[e.stored.size() - 2] = char(e.stored[e.stored.size() - 2] ^ 0x20);
+        }
+    }
+    ArchiveReader r;
+    NullProgress none;
+    QVERIFY(r.open(archive(b), none));
+    QMap<QString, QByteArray> trees[2];
+    int statuses[2];
+    for (int run = 0; run < 2; ++run) {
+        QTemporaryDir out;
+        ScriptedProgress progress(cancelAt);
+        statuses[run] = extractArchive(r, out.path(), progress, run == 0 ? 1 : 3).status;
+        for (const QString& f : treeOf(out.path())) trees[run][f] = readFile(out.path() + "/" + f);
+    }
+    QCOMPARE(statuses[1], statuses[0]);
+    QCOMPARE(trees[1].keys(), trees[0].keys());
+    QCOMPARE(trees[1], trees[0]);
+    QCOMPARE(statuses[0], breakAt >= 0 ? int(texture ? ArchiveStatus::Lz4Error : ArchiveStatus::ZlibError)
+                                       : cancelAt >= 0 ? int(ArchiveStatus::Aborted) : int(ArchiveStatus::Complete));
+    QString fault1, fault3;
+    QCOMPARE(verifyArchive(r, fault3, 3), verifyArchive(r, fault1, 1));
+    QCOMPARE(fault3, fault1);
+}
+
+QTEST_GUILESS_MAIN(TestExtractor)
+#include "tst_extractor.moc"
