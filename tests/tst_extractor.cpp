@@ -69,6 +69,8 @@ private slots:
     void realSamples();
     void blankTexturePixels();
     void cliExtractAndVerify();
+    void parallelMatchesOneThread_data();
+    void parallelMatchesOneThread();
 
 private:
     QString archive(const Ba2Builder& b, const QString& name = "a.ba2")
@@ -404,5 +406,67 @@ void TestExtractor::cliExtractAndVerify()
     QCOMPARE(runCli({"extract", looks}, &out), 2);
 }
 
-QTEST_GUILESS_MAIN(TestExtractor)
+void TestExtractor::parallelMatchesOneThread_data()
+{
+    QTest::addColumn<bool>("texture");
+    QTest::addColumn<int>("breakAt");   // file whose data is corrupted, -1 for none
+    QTest::addColumn<int>("cancelAt");  // file before which Cancel is seen, -1 for none
+    QTest::newRow("general clean") << false << -1 << -1;
+    QTest::newRow("general failure midway") << false << 37 << -1;
+    QTest::newRow("general cancel midway") << false << -1 << 23;
+    QTest::newRow("texture clean") << true << -1 << -1;
+    QTest::newRow("texture failure midway") << true << 11 << -1;
+}
+
+void TestExtractor::parallelMatchesOneThread()
+{
+    QFETCH(bool, texture);
+    QFETCH(int, breakAt);
+    QFETCH(int, cancelAt);
+    Ba2Builder b;
+    b.texture = texture;
+    b.version = texture ? 3 : 2;
+    for (int i = 0; i < 60; ++i) {
+        const QByteArray name = "dir" + QByteArray::number(i % 7) + "/f" + QByteArray::number(i);
+        if (texture) {
+            TestEntry& e = b.addTexture(name + ".dds", 64, 64, 3, 71,
+                                        {patternBytes(2048 + i, uint32_t(i)), patternBytes(512, uint32_t(i) + 100)}, Pack::Lz4);
+            if (i == breakAt) e.chunks[1].unpackedSize += 3;
+        } else {
+            TestEntry& e = b.addGeneral(name, patternBytes(1000 + 97 * i, uint32_t(i)), i % 4 ? Pack::Zlib : Pack::Stored);
+            if (i == breakAt) e.stored[e.stored.size() - 2] = char(e.stored[e.stored.size() - 2] ^ 0x20);
+        }
+    }
+    ArchiveReader r;
+    NullProgress none;
+    QVERIFY(r.open(archive(b), none));
+    QMap<QString, QByteArray> trees[2];
+    int statuses[2];
+    for (int run = 0; run < 2; ++run) {
+        QTemporaryDir out;
+        ScriptedProgress progress(cancelAt);
+        statuses[run] = extractArchive(r, out.path(), progress, run == 0 ? 1 : 3).status;
+        for (const QString& f : treeOf(out.path())) trees[run][f] = readFile(out.path() + "/" + f);
+    }
+    QCOMPARE(statuses[1], statuses[0]);
+    QCOMPARE(trees[1].keys(), trees[0].keys());
+    QCOMPARE(trees[1], trees[0]);
+    QCOMPARE(statuses[0], breakAt >= 0 ? int(texture ? ArchiveStatus::Lz4Error : ArchiveStatus::ZlibError)
+                                       : cancelAt >= 0 ? int(ArchiveStatus::Aborted) : int(ArchiveStatus::Complete));
+    QString fault1, fault3;
+    QCOMPARE(verifyArchive(r, fault3, 3), verifyArchive(r, fault1, 1));
+    QCOMPARE(fault3, fault1);
+}
+
+int main(int argc, char** argv)
+{
+    // Every case runs twice: decoding from a mapping of the archive and from plain reads.
+    int failures = 0;
+    for (bool map : {true, false}) {
+        ArchiveReader::mapFiles = map;
+        TestExtractor test;
+        failures += QTest::qExec(&test, argc, argv);
+    }
+    return failures;
+}
 #include "tst_extractor.moc"

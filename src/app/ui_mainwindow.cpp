@@ -112,6 +112,8 @@ void Ui_MainWindow::setupUi(::MainWindow* window)
 
     pushButton_KoFi = makeWidget<QPushButton>(centralwidget, "pushButton_KoFi", 682, 425, 179, 21);
     setHandCursor(pushButton_KoFi);
+    // The picture lives in a static library; registering it here keeps the linker from dropping it.
+    Q_INIT_RESOURCE(resources);
     QIcon kofi;
     kofi.addFile(QString::fromLatin1(":/icon/kofi_179x21.png"), QSize(), QIcon::Normal, QIcon::Off);
     pushButton_KoFi->setIcon(kofi);

@@ -11,9 +11,13 @@ struct ExtractResult {
 // Writes every file under targetFolder (which must exist), making folders as needed and
 // rebuilding DDS headers for textures. Progress gets the range 0..fileCount and the value i
 // before file i; a cancel is honoured between files. Names that would leave the target are
-// refused. Files written before a failure stay.
-ExtractResult extractArchive(ArchiveReader& reader, const QString& targetFolder, Progress& progress);
+// refused. Files written before a failure stay. jobs > 1 decodes on that many worker threads
+// while this thread writes in record order: the files and every side effect are the same.
+ExtractResult extractArchive(ArchiveReader& reader, const QString& targetFolder, Progress& progress, int jobs = 1);
 
 // Decodes every block in memory and checks every size and every texture's format.
 // Returns true for a sound archive; otherwise fault names the first problem and its file.
-bool verifyArchive(ArchiveReader& reader, QString& fault);
+bool verifyArchive(ArchiveReader& reader, QString& fault, int jobs = 1);
+
+// Worker threads to use when the user does not say: one per core.
+int defaultJobCount();

@@ -30,6 +30,8 @@ const char* const kUsage =
     "                                build an archive from files and folders\n"
     "\n"
     "Options:\n"
+    "  -j, --jobs N                  worker threads for extract, verify and create\n"
+    "                                (default: one per core)\n"
     "  -h, --help                    show this help (also: zarnel-cli COMMAND --help)\n"
     "  --version                     show the program version\n"
     "\n"
@@ -91,6 +93,23 @@ int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
     QStringList args = app.arguments().mid(1);
+    int jobs = defaultJobCount();
+    for (int i = 0; i < args.size(); ++i) {
+        QString value;
+        if ((args[i] == "--jobs" || args[i] == "-j") && i + 1 < args.size()) {
+            value = args[i + 1];
+            args.erase(args.begin() + i, args.begin() + i + 2);
+        } else if (args[i].startsWith("--jobs=")) {
+            value = args[i].mid(7);
+            args.removeAt(i);
+        } else {
+            continue;
+        }
+        bool ok = false;
+        jobs = value.toInt(&ok);
+        if (!ok || jobs < 1 || jobs > 256) return usageError(QStringLiteral("--jobs needs a number from 1 to 256"));
+        --i;
+    }
     if (args.isEmpty()) return usageError(QStringLiteral("missing command"));
     const QString command = args.takeFirst();
     if (command == "-h" || command == "--help") {
@@ -102,7 +121,7 @@ int main(int argc, char** argv)
         return 0;
     }
 #ifdef ZARNEL_CLI_HAS_CREATE
-    if (command == "create") return runCreate(args);
+    if (command == "create") return runCreate(args, jobs);
 #endif
     if (args.contains("--help") || args.contains("-h")) return commandHelp(command);
 
@@ -119,7 +138,7 @@ int main(int argc, char** argv)
             for (uint32_t i = 0; i < reader.fileCount; ++i) out(reader.nameOf(i));
         } else {
             QString fault;
-            const bool ok = verifyArchive(reader, fault);
+            const bool ok = verifyArchive(reader, fault, jobs);
             out(ok ? QStringLiteral("OK") : fault);
             return ok ? 0 : 1;
         }
@@ -132,7 +151,7 @@ int main(int argc, char** argv)
         if (!openArchive(reader, args[0], progress)) return 1;
         progress.finish();
         TerminalProgress extracting("Extracting");
-        const ExtractResult result = extractArchive(reader, args[1], extracting);
+        const ExtractResult result = extractArchive(reader, args[1], extracting, jobs);
         extracting.finish();
         if (result.status == ArchiveStatus::Complete || result.status == ArchiveStatus::Aborted) {
             out(extractOutcomeText(result.status));
