@@ -1,12 +1,13 @@
 #pragma once
-// Helpers for driving the window's operations offscreen: a scratch working folder, file trees,
-// drops, list contents, and cancelling a progress dialog at a chosen moment.
+// Helpers for driving the window's operations offscreen (beside the scripted dialogs and the
+// scratch working folder of windowtestutil.h): file trees, drops, list contents, and cancelling
+// a progress dialog at a chosen moment.
 
-#include "app/dialogs.h"
 #include "app/mainwindow.h"
 #include "app/ui_mainwindow.h"
 
 #include "testutil.h"
+#include "windowtestutil.h"
 
 #include <QApplication>
 #include <QDir>
@@ -16,10 +17,8 @@
 #include <QMimeData>
 #include <QProgressDialog>
 #include <QStatusBar>
-#include <QTemporaryDir>
 #include <QTimer>
 #include <QUrl>
-#include <QVector>
 
 #include <functional>
 #include <map>
@@ -27,67 +26,13 @@
 
 namespace opstest {
 
-// Runs a test inside an empty current folder, so Zarnel.ini and relative paths land there.
-class ScratchDir {
-public:
-    ScratchDir() : previous(QDir::currentPath()) { QDir::setCurrent(dir.path()); }
-    ~ScratchDir() { QDir::setCurrent(previous); }
-    QString path(const QString& relative = QString()) const
-    {
-        return relative.isEmpty() ? dir.path() : dir.path() + QLatin1Char('/') + relative;
-    }
-    bool valid() const { return dir.isValid(); }
-
-private:
-    QTemporaryDir dir;
-    QString previous;
-};
-
-struct Box {
-    QMessageBox::Icon icon;
-    QString text;
-    QString informative;
-};
-
-// Answers the file and folder dialogs from queues (an exhausted queue answers "cancelled")
-// and records every message box instead of showing it.
-class ScriptedDialogs : public Dialogs {
-public:
-    ScriptedDialogs() { Dialogs::install(this); }
-    ~ScriptedDialogs() override { Dialogs::install(nullptr); }
-
-    QStringList folders, openFiles, saveFiles;
-    QStringList asked;  // "caption|start folder" of every file or folder dialog
-    QVector<Box> boxes;
-
-    QString getExistingDirectory(QWidget*, const QString& caption, const QString& dir,
-                                 QFileDialog::Options) override
-    {
-        return answer(folders, caption, dir);
-    }
-    QString getOpenFileName(QWidget*, const QString& caption, const QString& dir, const QString&) override
-    {
-        return answer(openFiles, caption, dir);
-    }
-    QString getSaveFileName(QWidget*, const QString& caption, const QString& dir, const QString&) override
-    {
-        return answer(saveFiles, caption, dir);
-    }
-    void showMessage(QMessageBox::Icon icon, const QString& text, const QString& informative) override
-    {
-        boxes.append(Box{icon, text, informative});
-    }
-    void about(QWidget*, const QString&, const QString&) override {}
-    void aboutQt(QWidget*, const QString&) override {}
-    bool openUrl(const QUrl&) override { return true; }
-
-private:
-    QString answer(QStringList& queue, const QString& caption, const QString& dir)
-    {
-        asked << caption + QLatin1Char('|') + dir;
-        return queue.isEmpty() ? QString() : queue.takeFirst();
-    }
-};
+// "caption|start folder" of every file or folder dialog asked so far.
+inline QStringList askedDialogs(const wintest::ScriptedDialogs& dialogs)
+{
+    QStringList asked;
+    for (const wintest::RecordedFileDialog& d : dialogs.fileDialogs) asked << d.caption + QLatin1Char('|') + d.dir;
+    return asked;
+}
 
 using Tree = std::map<QString, QByteArray>;  // relative path -> content
 

@@ -149,20 +149,20 @@ private slots:
     void startupFolderArgument();
 
 private:
-    std::unique_ptr<ScratchDir> scratch;
-    std::unique_ptr<ScriptedDialogs> dialogs;
+    std::unique_ptr<wintest::TempWorkDir> scratch;
+    std::unique_ptr<wintest::ScriptedDialogs> dialogs;
 
     QString buildArchive(const QString& relative, const testutil::Ba2Builder& builder)
     {
-        const QString path = scratch->path(relative);
+        const QString path = scratch->filePath(relative);
         return testutil::writeFile(path, builder.build()) ? path : QString();
     }
     // Drops the general tree and writes it through Create Archive into target.
     bool createFromGeneralTree(MainWindow& w, const QString& target)
     {
         if (!writeTree(scratch->path(), generalTree())) return false;
-        drop(w, {scratch->path(QStringLiteral("Data"))});
-        dialogs->saveFiles << target;
+        drop(w, {scratch->filePath(QStringLiteral("Data"))});
+        dialogs->saveAnswers << target;
         w.ui->pushButton_Archive->click();
         return QFileInfo::exists(target);
     }
@@ -170,9 +170,8 @@ private:
 
 void TestWinOps::init()
 {
-    scratch = std::make_unique<ScratchDir>();
-    QVERIFY(scratch->valid());
-    dialogs = std::make_unique<ScriptedDialogs>();
+    scratch = std::make_unique<wintest::TempWorkDir>();
+    dialogs = std::make_unique<wintest::ScriptedDialogs>();
 }
 
 void TestWinOps::cleanup()
@@ -185,7 +184,7 @@ void TestWinOps::dropFolderListsSortedSources()
 {
     QVERIFY(writeTree(scratch->path(), generalTree()));
     auto w = makeWindow();
-    const QString folder = scratch->path(QStringLiteral("Data"));
+    const QString folder = scratch->filePath(QStringLiteral("Data"));
     drop(*w, {folder});
 
     QCOMPARE(listTexts(*w), numbered(kGeneralOrder));
@@ -232,23 +231,23 @@ void TestWinOps::createArchive()
 
     const Tree tree = textures ? textureTree() : generalTree();
     QVERIFY(writeTree(scratch->path(), tree));
-    const QString folder = scratch->path(textures ? QStringLiteral("Tex") : QStringLiteral("Data"));
-    QVERIFY(QDir().mkpath(scratch->path(QStringLiteral("out"))));
+    const QString folder = scratch->filePath(textures ? QStringLiteral("Tex") : QStringLiteral("Data"));
+    QVERIFY(QDir().mkpath(scratch->filePath(QStringLiteral("out"))));
     auto w = makeWindow();
     drop(*w, {folder});
     if (verIndex >= 0) w->ui->comboBox_Ver->setCurrentIndex(verIndex);
     if (zlibIndex >= 0) w->ui->comboBox_zlibComp->setCurrentIndex(zlibIndex);
     if (lz4Index >= 0) w->ui->comboBox_LZ4Comp->setCurrentIndex(lz4Index);
 
-    const QString target = scratch->path(QStringLiteral("out/new.ba2"));
-    dialogs->saveFiles << target;
+    const QString target = scratch->filePath(QStringLiteral("out/new.ba2"));
+    dialogs->saveAnswers << target;
     w->ui->pushButton_Archive->click();
 
     QCOMPARE(dialogs->boxes.size(), 1);
     QCOMPARE(dialogs->boxes[0].icon, QMessageBox::Information);
     QCOMPARE(dialogs->boxes[0].text, QStringLiteral("Save Archive"));
-    QCOMPARE(dialogs->boxes[0].informative, QStringLiteral("Complete."));
-    QCOMPARE(setting("CreateArchiveDir").toString(), scratch->path(QStringLiteral("out/")));
+    QCOMPARE(dialogs->boxes[0].informativeText, QStringLiteral("Complete."));
+    QCOMPARE(setting("CreateArchiveDir").toString(), scratch->filePath(QStringLiteral("out/")));
     QCOMPARE(setting("Version").toInt(), version);
     QCOMPARE(setting("zlibCompressionLevel").toInt(), zlib);
     QCOMPARE(setting("LZ4CompressionLevel").toInt(), lz4);
@@ -262,7 +261,7 @@ void TestWinOps::createArchive()
     QCOMPARE(int(ba2::readLE32(reinterpret_cast<const unsigned char*>(bytes.constData()) + 4)), version);
     QCOMPARE(bytes.mid(8, 4), textures ? QByteArray("DX10") : QByteArray("GNRL"));
     QCOMPARE(int(ba2::readLE32(reinterpret_cast<const unsigned char*>(bytes.constData()) + 12)), int(tree.size()));
-    QCOMPARE(QDir(scratch->path(QStringLiteral("out"))).entryList(QDir::Files), QStringList{QStringLiteral("new.ba2")});
+    QCOMPARE(QDir(scratch->filePath(QStringLiteral("out"))).entryList(QDir::Files), QStringList{QStringLiteral("new.ba2")});
 
     const QStringList expectedNames = textures
         ? QStringList{QStringLiteral("tex/stone.dds"), QStringLiteral("tex/armor/plate.dds")}
@@ -276,7 +275,7 @@ void TestWinOps::createArchive()
         QVERIFY2(verifyArchive(reader, fault), qPrintable(fault));
     }
     const QByteArray reference =
-        referenceArchive({folder}, textures, version, zlib, lz4, scratch->path(QStringLiteral("reference.ba2")));
+        referenceArchive({folder}, textures, version, zlib, lz4, scratch->filePath(QStringLiteral("reference.ba2")));
     QVERIFY(reference == bytes);
 }
 
@@ -332,10 +331,10 @@ void TestWinOps::openArchiveShowsInformation()
 
     // Mixed case on purpose: the file must be opened by its real name, and the suffix test
     // ignores case.
-    const QString path = scratch->path(QStringLiteral("Arc/Mixed.BA2"));
+    const QString path = scratch->filePath(QStringLiteral("Arc/Mixed.BA2"));
     QVERIFY(testutil::writeFile(path, archive));
     auto w = makeWindow();
-    dialogs->openFiles << path;
+    dialogs->openAnswers << path;
     w->ui->pushButton_File->click();
 
     QVERIFY(dialogs->boxes.isEmpty());
@@ -346,8 +345,8 @@ void TestWinOps::openArchiveShowsInformation()
     QCOMPARE(w->ui->lineEdit_SrcFile->text(), path);
     const ButtonState b = buttons(*w);
     QVERIFY(b.extract && !b.create && b.clear);
-    QCOMPARE(setting("OpenArchiveDir").toString(), scratch->path(QStringLiteral("Arc/")));
-    QCOMPARE(dialogs->asked, QStringList{QStringLiteral("Open Archive|")});
+    QCOMPARE(setting("OpenArchiveDir").toString(), scratch->filePath(QStringLiteral("Arc/")));
+    QCOMPARE(askedDialogs(*dialogs), QStringList{QStringLiteral("Open Archive|")});
     QVERIFY(w->readerActive);
     QCOMPARE(int(w->sourceKind), 1);
     // The status-bar progress bar is gone once the archive is loaded.
@@ -357,22 +356,22 @@ void TestWinOps::openArchiveShowsInformation()
 void TestWinOps::extractRecreatesTree()
 {
     auto w = makeWindow();
-    const QString archive = scratch->path(QStringLiteral("made.ba2"));
+    const QString archive = scratch->filePath(QStringLiteral("made.ba2"));
     QVERIFY(createFromGeneralTree(*w, archive));
     dialogs->boxes.clear();
 
-    dialogs->openFiles << archive;
+    dialogs->openAnswers << archive;
     w->ui->pushButton_File->click();
     QVERIFY(w->ui->pushButton_ExtractAll->isEnabled());
-    const QString out = scratch->path(QStringLiteral("out"));
+    const QString out = scratch->filePath(QStringLiteral("out"));
     QVERIFY(QDir().mkpath(out));
-    dialogs->folders << out;
+    dialogs->directoryAnswers << out;
     w->ui->pushButton_ExtractAll->click();
 
     QCOMPARE(dialogs->boxes.size(), 1);
     QCOMPARE(dialogs->boxes[0].icon, QMessageBox::Information);
     QCOMPARE(dialogs->boxes[0].text, QStringLiteral("Extract All"));
-    QCOMPARE(dialogs->boxes[0].informative, QStringLiteral("Complete."));
+    QCOMPARE(dialogs->boxes[0].informativeText, QStringLiteral("Complete."));
     QCOMPARE(statusText(*w), QStringLiteral(" Extract All Complete!"));
     QCOMPARE(w->ui->lineEdit_SrcFile->text(), kHint);
     QVERIFY(w->ui->pushButton_ExtractAll->isEnabled());
@@ -384,10 +383,10 @@ void TestWinOps::extractRecreatesTree()
     QVERIFY(readTree(out) == expected);
 
     // A folder that already ends in '/' gets no second one.
-    dialogs->folders << out + QLatin1Char('/');
+    dialogs->directoryAnswers << out + QLatin1Char('/');
     w->ui->pushButton_ExtractAll->click();
     QCOMPARE(setting("ExtractAllDir").toString(), out + QLatin1Char('/'));
-    QCOMPARE(dialogs->boxes.last().informative, QStringLiteral("Complete."));
+    QCOMPARE(dialogs->boxes.last().informativeText, QStringLiteral("Complete."));
 }
 
 void TestWinOps::cancelledScan_data()
@@ -403,7 +402,7 @@ void TestWinOps::cancelledScan()
     Tree tree;
     for (int i = 0; i < 40; ++i) tree[QStringLiteral("Many/f%1.txt").arg(i, 2, 10, QLatin1Char('0'))] = "x";
     QVERIFY(writeTree(scratch->path(), tree));
-    const QString folder = scratch->path(QStringLiteral("Many"));
+    const QString folder = scratch->filePath(QStringLiteral("Many"));
 
     std::unique_ptr<MainWindow> w;
     std::unique_ptr<CancelWhen> cancel;
@@ -428,7 +427,7 @@ void TestWinOps::cancelledScan()
     QCOMPARE(dialogs->boxes.size(), 1);
     QCOMPARE(dialogs->boxes[0].icon, QMessageBox::Information);
     QCOMPARE(dialogs->boxes[0].text, QStringLiteral("Read Files."));
-    QCOMPARE(dialogs->boxes[0].informative, QStringLiteral("Aborted."));
+    QCOMPARE(dialogs->boxes[0].informativeText, QStringLiteral("Aborted."));
     QVERIFY(w->sources.isEmpty());
     QCOMPARE(w->ui->listWidget_Files->count(), 0);
     const ButtonState b = buttons(*w);
@@ -446,10 +445,10 @@ void TestWinOps::cancelledScan()
 void TestWinOps::cancelledFileDialogs()
 {
     auto w = makeWindow();
-    const QString archive = scratch->path(QStringLiteral("made.ba2"));
+    const QString archive = scratch->filePath(QStringLiteral("made.ba2"));
     QVERIFY(createFromGeneralTree(*w, archive));
     dialogs->boxes.clear();
-    dialogs->asked.clear();
+    dialogs->fileDialogs.clear();
     const QByteArray iniBefore = testutil::readFile(QStringLiteral("Zarnel.ini"));
     const QStringList listBefore = listTexts(*w);
 
@@ -460,17 +459,17 @@ void TestWinOps::cancelledFileDialogs()
     w->ui->action_Open_Archive->trigger();
     w->ui->action_Create_Archive_from_Folder->trigger();
 
-    QCOMPARE(dialogs->asked.size(), 5);
+    QCOMPARE(askedDialogs(*dialogs).size(), 5);
     QVERIFY(dialogs->boxes.isEmpty());
     QCOMPARE(testutil::readFile(QStringLiteral("Zarnel.ini")), iniBefore);
     QCOMPARE(listTexts(*w), listBefore);
     QVERIFY(w->ui->pushButton_Archive->isEnabled());
 
-    dialogs->openFiles << archive;
+    dialogs->openAnswers << archive;
     w->ui->pushButton_File->click();
-    dialogs->asked.clear();
+    dialogs->fileDialogs.clear();
     w->ui->pushButton_ExtractAll->click();
-    QCOMPARE(dialogs->asked, QStringList{QStringLiteral("Pick a folder to extract to|")});
+    QCOMPARE(askedDialogs(*dialogs), QStringList{QStringLiteral("Pick a folder to extract to|")});
     QVERIFY(dialogs->boxes.isEmpty());
     QVERIFY(w->ui->pushButton_ExtractAll->isEnabled());
     QCOMPARE(w->ui->lineEdit_SrcFile->text(), archive);
@@ -487,16 +486,16 @@ void TestWinOps::cancelledEngines()
 {
     QFETCH(bool, extract);
     auto w = makeWindow();
-    const QString archive = scratch->path(QStringLiteral("made.ba2"));
-    const QString out = scratch->path(QStringLiteral("out"));
+    const QString archive = scratch->filePath(QStringLiteral("made.ba2"));
+    const QString out = scratch->filePath(QStringLiteral("out"));
     QVERIFY(QDir().mkpath(out));
     if (extract) {
         QVERIFY(createFromGeneralTree(*w, archive));
         dialogs->boxes.clear();
-        dialogs->openFiles << archive;
+        dialogs->openAnswers << archive;
         w->ui->pushButton_File->click();
         CancelEngineDialog cancel(QStringLiteral("Extract All"));
-        dialogs->folders << out;
+        dialogs->directoryAnswers << out;
         w->ui->pushButton_ExtractAll->click();
         QVERIFY(cancel.fired);
         QCOMPARE(statusText(*w), QStringLiteral(" Extract All Error!"));
@@ -504,9 +503,9 @@ void TestWinOps::cancelledEngines()
         QVERIFY(w->ui->pushButton_ExtractAll->isEnabled());
     } else {
         QVERIFY(writeTree(scratch->path(), generalTree()));
-        drop(*w, {scratch->path(QStringLiteral("Data"))});
+        drop(*w, {scratch->filePath(QStringLiteral("Data"))});
         CancelEngineDialog cancel(QStringLiteral("Create Archive"));
-        dialogs->saveFiles << out + QStringLiteral("/new.ba2");
+        dialogs->saveAnswers << out + QStringLiteral("/new.ba2");
         w->ui->pushButton_Archive->click();
         QVERIFY(cancel.fired);
         QVERIFY(QDir(out).entryList(QDir::Files | QDir::Hidden).isEmpty());
@@ -515,7 +514,7 @@ void TestWinOps::cancelledEngines()
     QCOMPARE(dialogs->boxes.size(), 1);
     QCOMPARE(dialogs->boxes[0].icon, QMessageBox::Information);
     QCOMPARE(dialogs->boxes[0].text, extract ? QStringLiteral("Extract All") : QStringLiteral("Save Archive"));
-    QCOMPARE(dialogs->boxes[0].informative, QStringLiteral("Aborted."));
+    QCOMPARE(dialogs->boxes[0].informativeText, QStringLiteral("Aborted."));
     QVERIFY(w->ui->listWidget_Files->isEnabled());
 }
 
@@ -532,7 +531,7 @@ void TestWinOps::engineFailures()
     QFETCH(bool, extract);
     QFETCH(QString, informative);
     auto w = makeWindow();
-    const QString out = scratch->path(QStringLiteral("out"));
+    const QString out = scratch->filePath(QStringLiteral("out"));
     QVERIFY(QDir().mkpath(out));
     if (extract) {
         testutil::Ba2Builder b;
@@ -540,17 +539,17 @@ void TestWinOps::engineFailures()
         testutil::TestEntry& bad = b.addGeneral("bad.txt", testutil::patternBytes(4000, 3), testutil::Pack::Zlib);
         bad.stored[bad.stored.size() / 2] = char(bad.stored[bad.stored.size() / 2] ^ 0x55);
         bad.stored[2] = char(0xFF);
-        dialogs->openFiles << buildArchive(QStringLiteral("bad.ba2"), b);
+        dialogs->openAnswers << buildArchive(QStringLiteral("bad.ba2"), b);
         w->ui->pushButton_File->click();
-        dialogs->folders << out;
+        dialogs->directoryAnswers << out;
         w->ui->pushButton_ExtractAll->click();
         QCOMPARE(statusText(*w), QStringLiteral(" Extract All Error!"));
         QCOMPARE(testutil::readFile(out + QStringLiteral("/good.txt")), QByteArray("fine"));
     } else {
         QVERIFY(writeTree(scratch->path(), generalTree()));
-        drop(*w, {scratch->path(QStringLiteral("Data"))});
+        drop(*w, {scratch->filePath(QStringLiteral("Data"))});
         w->ui->comboBox_Format->setCurrentIndex(1);
-        dialogs->saveFiles << out + QStringLiteral("/new.ba2");
+        dialogs->saveAnswers << out + QStringLiteral("/new.ba2");
         w->ui->pushButton_Archive->click();
         QVERIFY(QDir(out).entryList(QDir::Files | QDir::Hidden).isEmpty());
         QCOMPARE(setting("Format").toInt(), 1);
@@ -558,7 +557,7 @@ void TestWinOps::engineFailures()
     QCOMPARE(dialogs->boxes.size(), 1);
     QCOMPARE(dialogs->boxes[0].icon, QMessageBox::Warning);
     QCOMPARE(dialogs->boxes[0].text, extract ? QStringLiteral("Extract All") : QStringLiteral("Save Archive"));
-    QCOMPARE(dialogs->boxes[0].informative, informative);
+    QCOMPARE(dialogs->boxes[0].informativeText, informative);
 }
 
 void TestWinOps::refusedArchives_data()
@@ -601,7 +600,7 @@ void TestWinOps::refusedArchives()
     QFETCH(QString, readerBox);
     QFETCH(QString, readerDetail);
 
-    const QString path = scratch->path(QStringLiteral("refused.ba2"));
+    const QString path = scratch->filePath(QStringLiteral("refused.ba2"));
     QVERIFY(testutil::writeFile(path, archive));
     std::unique_ptr<MainWindow> w;
     if (route == QLatin1String("startup")) {
@@ -609,22 +608,23 @@ void TestWinOps::refusedArchives()
     } else {
         w = makeWindow();
         if (route == QLatin1String("open")) {
-            dialogs->openFiles << path;
+            dialogs->openAnswers << path;
             w->ui->pushButton_File->click();
         } else {
             drop(*w, {path});
         }
     }
 
-    QVector<Box> expected;
-    if (!readerBox.isEmpty()) expected.append(Box{QMessageBox::Warning, readerBox, readerDetail});
+    QVector<wintest::RecordedBox> expected;
+    if (!readerBox.isEmpty()) expected.append({wintest::RecordedBox::Message, QMessageBox::Warning, readerBox, readerDetail});
     if (route != QLatin1String("open"))
-        expected.append(Box{QMessageBox::Information, QStringLiteral("Read Files."), QStringLiteral("BA2 File Error")});
+        expected.append({wintest::RecordedBox::Message, QMessageBox::Information, QStringLiteral("Read Files."),
+                         QStringLiteral("BA2 File Error")});
     QCOMPARE(dialogs->boxes.size(), expected.size());
     for (int i = 0; i < expected.size(); ++i) {
         QCOMPARE(dialogs->boxes[i].icon, expected[i].icon);
         QCOMPARE(dialogs->boxes[i].text, expected[i].text);
-        QCOMPARE(dialogs->boxes[i].informative, expected[i].informative);
+        QCOMPARE(dialogs->boxes[i].informativeText, expected[i].informativeText);
     }
     QCOMPARE(w->ui->label_Ba2Info1->text(), QStringLiteral("BA2 Error."));
     QCOMPARE(w->ui->label_Ba2Info2->text(), QString());
@@ -643,7 +643,7 @@ void TestWinOps::clearListKeepsArchive()
     b.addGeneral("b.txt", "defg", testutil::Pack::Zlib);
     const QString path = buildArchive(QStringLiteral("two.ba2"), b);
     auto w = makeWindow();
-    dialogs->openFiles << path;
+    dialogs->openAnswers << path;
     w->ui->pushButton_File->click();
     const QString line1 = w->ui->label_Ba2Info1->text();
     QCOMPARE(line1, QStringLiteral("BA2 Ver.1 (2 files)"));
@@ -704,13 +704,13 @@ void TestWinOps::listViews()
     if (archive) {
         testutil::Ba2Builder b;
         for (int i = 0; i < count; ++i) b.addGeneral(name(i).toLatin1(), QByteArray::number(i));
-        dialogs->openFiles << buildArchive(QStringLiteral("many.ba2"), b);
+        dialogs->openAnswers << buildArchive(QStringLiteral("many.ba2"), b);
         w->ui->pushButton_File->click();
     } else {
-        QVERIFY(QDir().mkpath(scratch->path(QStringLiteral("Big"))));
+        QVERIFY(QDir().mkpath(scratch->filePath(QStringLiteral("Big"))));
         for (int i = 0; i < count; ++i)
-            QVERIFY(testutil::writeFile(scratch->path(QStringLiteral("Big/") + name(i)), "x"));
-        drop(*w, {scratch->path(QStringLiteral("Big"))});
+            QVERIFY(testutil::writeFile(scratch->filePath(QStringLiteral("Big/") + name(i)), "x"));
+        drop(*w, {scratch->filePath(QStringLiteral("Big"))});
     }
     QVERIFY(dialogs->boxes.isEmpty());
 
@@ -784,7 +784,7 @@ void TestWinOps::assistanceRules()
     QFETCH(QList<int>, settings);
     QFETCH(bool, ver3);
 
-    const QString folder = scratch->path(QStringLiteral("Mix"));
+    const QString folder = scratch->filePath(QStringLiteral("Mix"));
     QVERIFY(QDir().mkpath(folder));
     for (const QString& f : files) QVERIFY(testutil::writeFile(folder + QLatin1Char('/') + f, "data"));
     auto w = makeWindow();
@@ -844,11 +844,11 @@ void TestWinOps::fakeArchive()
 {
     QFETCH(QByteArray, content);
     QFETCH(bool, throughOpen);
-    const QString path = scratch->path(QStringLiteral("Fake.BA2"));
+    const QString path = scratch->filePath(QStringLiteral("Fake.BA2"));
     QVERIFY(testutil::writeFile(path, content));
     auto w = makeWindow();
     if (throughOpen) {
-        dialogs->openFiles << path;
+        dialogs->openAnswers << path;
         w->ui->pushButton_File->click();
         // Gathered, but neither listed nor assessed until the next load sequence.
         QCOMPARE(w->sources.size(), size_t(1));
@@ -871,11 +871,11 @@ void TestWinOps::folderAfterArchive()
     const QString path = buildArchive(QStringLiteral("a.ba2"), b);
     QVERIFY(writeTree(scratch->path(), generalTree()));
     auto w = makeWindow();
-    dialogs->openFiles << path;
+    dialogs->openAnswers << path;
     w->ui->pushButton_File->click();
     QCOMPARE(listTexts(*w), numbered({QStringLiteral("x.txt")}));
 
-    drop(*w, {scratch->path(QStringLiteral("Data"))});
+    drop(*w, {scratch->filePath(QStringLiteral("Data"))});
     QCOMPARE(listTexts(*w), numbered(kGeneralOrder));
     QVERIFY(w->readerActive);
     const ButtonState s = buttons(*w);
@@ -890,13 +890,13 @@ void TestWinOps::gatheringAccumulates()
                                             {QStringLiteral("Other/Data/new.txt"), "new"},
                                             {QStringLiteral("Single.nif"), "single"}}));
     auto w = makeWindow();
-    const QString data = scratch->path(QStringLiteral("Data"));
+    const QString data = scratch->filePath(QStringLiteral("Data"));
     drop(*w, {data});
     drop(*w, {data});  // nothing new: every relative path is already there
     QCOMPARE(listTexts(*w), numbered(kGeneralOrder));
 
     // A folder of the same name elsewhere adds only what is new; a single file its bare name.
-    drop(*w, {scratch->path(QStringLiteral("Other/Data")), scratch->path(QStringLiteral("Single.nif"))});
+    drop(*w, {scratch->filePath(QStringLiteral("Other/Data")), scratch->filePath(QStringLiteral("Single.nif"))});
     QStringList expected = kGeneralOrder;
     expected.insert(0, QStringLiteral("single.nif"));
     expected.insert(5, QStringLiteral("data/new.txt"));
@@ -906,21 +906,21 @@ void TestWinOps::gatheringAccumulates()
 
 void TestWinOps::selectFolder()
 {
-    QVERIFY(writeTree(scratch->path(QStringLiteral("Pick")), generalTree()));
+    QVERIFY(writeTree(scratch->filePath(QStringLiteral("Pick")), generalTree()));
     auto w = makeWindow();
-    dialogs->folders << scratch->path(QStringLiteral("Pick/Data"));
+    dialogs->directoryAnswers << scratch->filePath(QStringLiteral("Pick/Data"));
     w->ui->pushButton_SelFolder->click();
     QCOMPARE(listTexts(*w), numbered(kGeneralOrder));
-    QCOMPARE(setting("DropFileDir").toString(), scratch->path(QStringLiteral("Pick")));
-    QCOMPARE(dialogs->asked, QStringList{QStringLiteral("Pick a folder to Archive|")});
+    QCOMPARE(setting("DropFileDir").toString(), scratch->filePath(QStringLiteral("Pick")));
+    QCOMPARE(askedDialogs(*dialogs), QStringList{QStringLiteral("Pick a folder to Archive|")});
 
     // The next dialog starts in the remembered folder; a failing load clears the list.
     // A path with an empty file name cannot become a source.
-    dialogs->folders << scratch->path(QStringLiteral("Pick/missing/"));
+    dialogs->directoryAnswers << scratch->filePath(QStringLiteral("Pick/missing/"));
     w->ui->action_Create_Archive_from_Folder->trigger();
-    QCOMPARE(dialogs->asked.last(), QStringLiteral("Pick a folder to Archive|") + scratch->path(QStringLiteral("Pick")));
+    QCOMPARE(askedDialogs(*dialogs).last(), QStringLiteral("Pick a folder to Archive|") + scratch->filePath(QStringLiteral("Pick")));
     QCOMPARE(dialogs->boxes.size(), 1);
-    QCOMPARE(dialogs->boxes[0].informative, QStringLiteral("File Error"));
+    QCOMPARE(dialogs->boxes[0].informativeText, QStringLiteral("File Error"));
     QCOMPARE(w->ui->listWidget_Files->count(), 0);
     QVERIFY(w->sources.isEmpty());
 }
@@ -929,11 +929,11 @@ void TestWinOps::startupFolderArgument()
 {
     QVERIFY(writeTree(scratch->path(), generalTree()));
     // Backslashes in the argument reach the loader as '/'.
-    QByteArray argument = scratch->path(QStringLiteral("Data")).toUtf8();
+    QByteArray argument = scratch->filePath(QStringLiteral("Data")).toUtf8();
     argument.replace('/', '\\');
     auto w = makeWindow(argument);
     QCOMPARE(listTexts(*w), numbered(kGeneralOrder));
-    QCOMPARE(w->ui->lineEdit_SrcFile->text(), scratch->path(QStringLiteral("Data")));
+    QCOMPARE(w->ui->lineEdit_SrcFile->text(), scratch->filePath(QStringLiteral("Data")));
     QCOMPARE(statusText(*w), QStringLiteral("6 files * assistance * This is the recommended settings."));
     QVERIFY(dialogs->boxes.isEmpty());
 }
