@@ -209,6 +209,9 @@ private slots:
     void fileSystemFailures();
     void tooLarge_data();
     void tooLarge();
+    void commandLine_data();
+    void commandLine();
+    void commandLineHelp();
 
 private:
     QTemporaryDir tmp;
@@ -697,6 +700,78 @@ void TestWriter::tooLarge()
     QCOMPARE(saveOutcomeText(r.status), QStringLiteral("Save Archive Error.\n File Too Large."));
     QVERIFY(!QFileInfo::exists(dir + "/out.ba2"));
     QVERIFY(noTemporaries(dir + "/out.ba2"));
+}
+
+void TestWriter::commandLine_data()
+{
+    QTest::addColumn<QStringList>("files");  // under dir/In
+    QTest::addColumn<QStringList>("args");   // after "create"; @ stands for dir
+    QTest::addColumn<int>("exitCode");
+    QTest::addColumn<QString>("stdoutText");
+    QTest::addColumn<QString>("header");     // type, version, packed or not: "DX10 3 packed"
+    const QStringList dds{"Tex/a.dds", "Tex/b.dds"};
+    const QStringList mixed{"Mix/a.dds", "Mix/b.txt"};
+    const QStringList sounds{"Snd/a.wav", "Snd/b.txt"};
+    const QStringList out{"-o", "@/out.ba2"};
+    QTest::newRow("all textures, assisted") << dds << out + QStringList{"@/In/Tex"} << 0 << "Complete.\n"
+                                            << "DX10 3 packed";
+    QTest::newRow("mixed, assisted") << mixed << out + QStringList{"@/In/Mix"} << 0 << "Complete.\n"
+                                     << "GNRL 2 packed";
+    QTest::newRow("sounds, assisted") << sounds << out + QStringList{"@/In/Snd"} << 0 << "Complete.\n"
+                                      << "GNRL 2 stored";
+    QTest::newRow("textures as general") << dds << QStringList{"--format", "general", "-o", "@/out.ba2", "@/In/Tex"}
+                                         << 0 << "Complete.\n" << "GNRL 2 packed";
+    QTest::newRow("explicit settings") << sounds << QStringList{"--version=1", "--zlib", "9", "-o", "@/out.ba2",
+                                                                "@/In/Snd"}
+                                       << 0 << "Complete.\n" << "GNRL 1 packed";
+    QTest::newRow("texture of text") << mixed << QStringList{"--format", "texture", "-o", "@/out.ba2", "@/In/Mix"}
+                                     << 1 << "DDS File Error.\n" << "";
+    QTest::newRow("version 3 general") << mixed << QStringList{"--version", "3", "-o", "@/out.ba2", "@/In/Mix"} << 2
+                                       << "" << "";
+    QTest::newRow("bad level") << mixed << QStringList{"--zlib", "10", "-o", "@/out.ba2", "@/In/Mix"} << 2 << ""
+                               << "";
+    QTest::newRow("no output") << mixed << QStringList{"@/In/Mix"} << 2 << "" << "";
+    QTest::newRow("no input") << mixed << out << 2 << "" << "";
+    QTest::newRow("missing input") << mixed << out + QStringList{"@/In/Nothing"} << 1 << "" << "";
+    QTest::newRow("empty folder") << QStringList{} << out + QStringList{"@/In"} << 1 << "" << "";
+}
+
+void TestWriter::commandLine()
+{
+    QFETCH(QStringList, files);
+    QFETCH(QStringList, args);
+    QFETCH(int, exitCode);
+    QFETCH(QString, stdoutText);
+    QFETCH(QString, header);
+    QVERIFY(QDir().mkpath(dir + "/In"));
+    for (const QString& f : files)
+        QVERIFY(testutil::writeFile(dir + "/In/" + f, f.endsWith(".dds") ? makeDds(64, 64, 7, 1) : QByteArray(500, 'x')));
+    for (QString& a : args) a.replace('@', dir);
+    QProcess cli;
+    cli.start(QStringLiteral(ZARNEL_CLI_PATH), QStringList{"create"} + args);
+    QVERIFY(cli.waitForFinished(60000));
+    QCOMPARE(cli.exitCode(), exitCode);
+    QCOMPARE(QString::fromUtf8(cli.readAllStandardOutput()), stdoutText);
+    const QByteArray err = cli.readAllStandardError();
+    QCOMPARE(err.isEmpty(), exitCode == 0);
+    QCOMPARE(QFileInfo::exists(dir + "/out.ba2"), !header.isEmpty());
+    QVERIFY(noTemporaries(dir + "/out.ba2"));
+    if (header.isEmpty()) return;
+    const QByteArray a = testutil::readFile(dir + "/out.ba2");
+    const Parsed p = parse(a);
+    QVERIFY(p.ok);
+    const bool packed = p.texture ? p.files[0].chunks[0].packed != 0 : p.files[0].packed != 0;
+    QCOMPARE(QStringLiteral("%1 %2 %3").arg(QString::fromLatin1(a.mid(8, 4))).arg(p.version).arg(packed ? "packed" : "stored"),
+             header);
+}
+
+void TestWriter::commandLineHelp()
+{
+    QProcess cli;
+    cli.start(QStringLiteral(ZARNEL_CLI_PATH), {"create", "--help"});
+    QVERIFY(cli.waitForFinished(60000));
+    QCOMPARE(cli.exitCode(), 0);
+    QVERIFY(cli.readAllStandardOutput().startsWith("Usage: zarnel-cli create [OPTIONS] -o ARCHIVE PATH..."));
 }
 
 QTEST_GUILESS_MAIN(TestWriter)
