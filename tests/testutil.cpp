@@ -163,6 +163,8 @@ QByteArray patternBytes(int size, uint32_t seed, bool compressible)
 bool writeFile(const QString& path, const QByteArray& bytes)
 {
     QDir().mkpath(QFileInfo(path).absolutePath());
+    // A fresh file each time: truncating and rewriting one makes ext4 flush it to disk.
+    QFile::remove(path);
     QFile f(path);
     return f.open(QIODevice::WriteOnly | QIODevice::Truncate) && f.write(bytes) == bytes.size();
 }

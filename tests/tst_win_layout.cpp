@@ -35,7 +35,6 @@ private slots:
     void menus();
     void menuBarOrder();
     void stackingOrder();
-    void holderMatchesTree();
     void fixedSize();
     void supportButtonPicture();
 
@@ -351,41 +350,6 @@ void TestWinLayout::stackingOrder()
     // The support button must win clicks over the stripes it lies on.
     const QPoint centre = window->ui->pushButton_KoFi->geometry().center();
     QCOMPARE(window->ui->centralwidget->childAt(centre), static_cast<QWidget*>(window->ui->pushButton_KoFi));
-}
-
-void TestWinLayout::holderMatchesTree()
-{
-    // Every holder pointer names the object it points at (a swapped pointer would break the slots).
-    const Ui::MainWindow& ui = *window->ui;
-    const QList<QPair<QObject*, const char*>> pairs = {
-        {ui.action_Exit, "action_Exit"},
-        {ui.action_Theme_Fallout, "action_Theme_Fallout"},
-        {ui.lineEdit_SrcFile, "lineEdit_SrcFile"},
-        {ui.label_Ba2Info1, "label_Ba2Info1"},
-        {ui.label_Ba2Info2, "label_Ba2Info2"},
-        {ui.label_Ba2Info3, "label_Ba2Info3"},
-        {ui.comboBox_Ver, "comboBox_Ver"},
-        {ui.comboBox_zlibComp, "comboBox_zlibComp"},
-        {ui.comboBox_LZ4Comp, "comboBox_LZ4Comp"},
-        {ui.comboBox_Format, "comboBox_Format"},
-        {ui.label_LZ4Compression, "label_LZ4Compression"},
-        {ui.label_zlibCompression, "label_zlibCompression"},
-        {ui.line_1, "line_1"},
-        {ui.line_2, "line_2"},
-        {ui.line_3, "line_3"},
-        {ui.line_4, "line_4"},
-        {ui.pushButton_File, "pushButton_File"},
-        {ui.pushButton_ExtractAll, "pushButton_ExtractAll"},
-        {ui.pushButton_Archive, "pushButton_Archive"},
-        {ui.pushButton_SelFolder, "pushButton_SelFolder"},
-        {ui.menuBAADF00D, "menuBAADF00D"},
-        {ui.menuList_View, "menuList_View"},
-        {ui.menuTheme, "menuTheme"},
-    };
-    for (const auto& p : pairs) {
-        QVERIFY2(p.first, p.second);
-        QCOMPARE(p.first->objectName(), QString::fromLatin1(p.second));
-    }
 }
 
 void TestWinLayout::fixedSize()

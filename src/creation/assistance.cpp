@@ -1,6 +1,6 @@
 #include "creation/assistance.h"
 
-#include <QLocale>
+#include "archive/archivereader.h"
 
 namespace {
 
@@ -16,12 +16,6 @@ constexpr uint32_t kXwm = extensionCode('x', 'w', 'm');
 constexpr uint32_t kWav = extensionCode('w', 'a', 'v');
 constexpr uint32_t kSwf = extensionCode('s', 'w', 'f');
 constexpr uint32_t kPex = extensionCode('p', 'e', 'x');
-
-// "%'d": thousands grouped with ','.
-QString groupedCount(qint64 value)
-{
-    return QLocale(QLocale::English, QLocale::UnitedStates).toString(qlonglong(value));
-}
 
 }  // namespace
 
@@ -45,7 +39,7 @@ AssistanceResult assessSources(const SourceList& sources, bool assist, const Cre
     }
 
     const qint64 count = qint64(sources.size());
-    r.message = groupedCount(count) + QStringLiteral(" file");
+    r.message = groupedNumber(count) + QStringLiteral(" file");
     if (count > 1) r.message += QLatin1Char('s');
     r.message += QLatin1Char(' ');
 

@@ -15,6 +15,9 @@ struct WriteResult {
 // a temporary file beside the target that is renamed over it only when complete. Progress
 // gets the range 0..count and the value i before file i; a cancel is honoured between files.
 // Returns -1 at once for an empty list. No temporary file survives any outcome, and an existing
-// target is untouched unless the run completes.
+// target is untouched unless the run completes. Status 1 complete, 0 cancelled, -2 a file could
+// not be opened, -3 a write or the final rename failed, -4 a short read (or a source changed
+// during the run), -5/-6 LZ4/zlib failure, -8 a source too large for the format or codec,
+// -9/-10 from the texture analysis; failedFile names the source or file concerned.
 WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool isTexture, int version,
                          int zlibLevel, int lz4Mode, Progress& progress);
