@@ -10,6 +10,7 @@
 #include "windowtestutil.h"
 
 #include <QApplication>
+#include <QComboBox>
 #include <QDir>
 #include <QDropEvent>
 #include <QFileInfo>
@@ -81,6 +82,10 @@ inline void drop(MainWindow& window, const QStringList& paths)
     QList<QUrl> urls;
     for (const QString& p : paths) urls << QUrl::fromLocalFile(p);
     mime.setUrls(urls);
+    // Qt delivers a drop only to the widget that accepted the drag's entry.
+    QDragEnterEvent enter(QPoint(20, 20), Qt::CopyAction, &mime, Qt::LeftButton, Qt::NoModifier);
+    QCoreApplication::sendEvent(&window, &enter);
+    if (!enter.isAccepted()) return;
     QDropEvent event(QPointF(20, 20), Qt::CopyAction, &mime, Qt::LeftButton, Qt::NoModifier);
     QCoreApplication::sendEvent(&window, &event);
 }
@@ -91,6 +96,13 @@ inline QStringList listTexts(const MainWindow& window)
     const QListWidget* list = window.ui->listWidget_Files;
     for (int i = 0; i < list->count(); ++i) texts << list->item(i)->text();
     return texts;
+}
+
+// Picks a combo item as the user does: the selection, then the activation the slots listen to.
+inline void choose(QComboBox* combo, int index)
+{
+    combo->setCurrentIndex(index);
+    emit combo->activated(index);
 }
 
 inline QString statusText(MainWindow& window) { return window.statusBar()->currentMessage(); }
