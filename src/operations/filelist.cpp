@@ -9,6 +9,7 @@
 #include <QListWidget>
 #include <QProgressBar>
 #include <QStatusBar>
+#include <QStringList>
 
 #include <memory>
 
@@ -43,19 +44,28 @@ void MainWindow::fillArchiveList()
     bar->setMaximum(int(qMin<uint32_t>(reader->fileCount, INT_MAX)));
     bar->setValue(0);
 
+    // The hidden list takes every item in one insertion: the same items at the end, without
+    // the model announcing each row on its own.
+    QStringList items;
     if (listView == 0) {
-        list->addItem(QString::fromLatin1(kArchiveNotShown));
+        items << QString::fromLatin1(kArchiveNotShown);
     } else {
         const uint32_t count = reader->fileCount;
+        // Under a style sheet every bar update costs tens of microseconds just to decide whether
+        // to repaint, and nothing reaches the screen before the fill ends anyway: a thousand
+        // steps (and the last value) show the same progress as one step per item.
+        const uint32_t step = qMax<uint32_t>(1, count / 1000);
+        items.reserve(int(listView == 2 ? qMin<uint32_t>(count, kAbbreviatedLimit + 1) : qMin<uint32_t>(count, INT_MAX)));
         for (uint32_t i = 0; i < count; ++i) {
-            bar->setValue(int(qMin<uint32_t>(i + 1, INT_MAX)));
-            list->addItem(numberedItem(i + 1, reader->nameOf(i)));
+            if ((i + 1) % step == 0 || i + 1 == count) bar->setValue(int(qMin<uint32_t>(i + 1, INT_MAX)));
+            items << numberedItem(i + 1, reader->nameOf(i));
             if (listView == 2 && i + 1 == kAbbreviatedLimit) {
-                if (i + 1 < count) list->addItem(QString::fromLatin1(kAbbreviated));
+                if (i + 1 < count) items << QString::fromLatin1(kAbbreviated);
                 break;
             }
         }
     }
+    list->addItems(items);
 
     list->setEnabled(true);
     list->show();
@@ -71,20 +81,22 @@ void MainWindow::fillSourceList()
     list->clear();
     QApplication::processEvents();
 
+    QStringList items;
     if (listView == 0) {
-        list->addItem(QString::fromLatin1(kSourcesNotShown));
+        items << QString::fromLatin1(kSourcesNotShown);
     } else {
         const size_t count = sources.size();
         for (size_t i = 0; i < count; ++i) {
             const SourceEntry& entry = sources[i];
-            list->addItem(numberedItem(qint64(i + 1),
-                                       QString::fromUtf8(entry.relativePath(), int(entry.relativeLength()))));
+            items << numberedItem(qint64(i + 1),
+                                  QString::fromUtf8(entry.relativePath(), int(entry.relativeLength())));
             if (listView == 2 && i + 1 == kAbbreviatedLimit) {
-                if (i + 1 < count) list->addItem(QString::fromLatin1(kAbbreviated));
+                if (i + 1 < count) items << QString::fromLatin1(kAbbreviated);
                 break;
             }
         }
     }
+    list->addItems(items);
 
     list->setEnabled(true);
     list->show();
