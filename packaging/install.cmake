@@ -63,15 +63,18 @@ set(CPACK_PACKAGE_VENDOR "Zarnel")
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_CONTACT "${ZARNEL_PACKAGE_MAINTAINER}")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "open, extract and create BA2 game archives")
-set(CPACK_PACKAGE_DESCRIPTION
-    "Zarnel is a desktop tool for BA2 archives (magic \"BTDX\"), the containers that Fallout 4, \
-Fallout 76 and Starfield keep their assets in. It reads archive versions 1, 2 and 3, general \
-and texture archives, shows their contents and extracts every file, rebuilding the DDS header \
-of each texture. It also builds new archives from folders and files, with zlib or LZ4 \
-compression, and can choose format and compression from the files gathered.
-.
-The package contains the Qt 5 window, zarnel, and a command-line front end, zarnel-cli, which \
-prints archive information and file lists, extracts, verifies and creates archives.")
+# Wrapped by hand: CPack indents the lines for the control file but does not wrap them.
+string(JOIN "\n" CPACK_PACKAGE_DESCRIPTION
+  "Zarnel is a desktop tool for BA2 archives, the containers that Fallout 4,"
+  "Fallout 76 and Starfield keep their assets in. It reads archive versions 1,"
+  "2 and 3, general and texture archives, shows what they hold and extracts"
+  "every file, rebuilding the DDS header of each texture. It also builds new"
+  "archives from folders and files, with zlib or LZ4 compression or none, and"
+  "can choose format and compression from the kinds of files gathered."
+  "."
+  "The package contains the Qt 5 window, zarnel, and zarnel-cli, a command-line"
+  "front end that prints archive information and file lists, and extracts,"
+  "verifies and creates archives.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES TRUE)
 
