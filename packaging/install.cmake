@@ -4,7 +4,9 @@
 # MIME type, the AppStream entry, the icons and the manuals the way desktop environments look
 # for them; `cpack -G DEB` in the build folder turns the same layout into zarnel_<ver>_<arch>.deb.
 # The desktop database, MIME cache, icon cache and man index are refreshed by dpkg's triggers
-# from those packages, so the .deb needs no maintainer scripts.
+# from those packages, so the .deb needs no maintainer scripts. After a plain `cmake --install`
+# into a prefix such as /usr/local, refresh them by hand:
+#   update-mime-database PREFIX/share/mime && update-desktop-database PREFIX/share/applications
 
 include(GNUInstallDirs)
 
@@ -29,27 +31,31 @@ foreach(size IN LISTS ZARNEL_ICON_SIZES)
           RENAME zarnel.png)
 endforeach()
 
-# Manuals are installed gzip-compressed, as Debian expects. They are compressed while
-# configuring (-n keeps the output byte-identical between runs); editing a page re-runs the
-# configure step on the next build.
-set(ZARNEL_MAN_PAGES zarnel.1 zarnel-cli.1)
+# Manuals and the changelog are installed gzip-compressed, as Debian expects. They are
+# compressed while configuring (-n keeps the output byte-identical between runs); editing one
+# re-runs the configure step on the next build.
 find_program(ZARNEL_GZIP gzip)
-foreach(page IN LISTS ZARNEL_MAN_PAGES)
-  set(source ${ZARNEL_PACKAGING_DIR}/${page})
+function(zarnel_install_compressed source destination name)
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${source})
-  if(ZARNEL_GZIP)
-    file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/packaging/man)
-    set(compressed ${CMAKE_BINARY_DIR}/packaging/man/${page}.gz)
-    execute_process(COMMAND ${ZARNEL_GZIP} -9 -n -c ${source}
-                    OUTPUT_FILE ${compressed} RESULT_VARIABLE gzip_result)
-    if(NOT gzip_result EQUAL 0)
-      message(FATAL_ERROR "could not compress ${source}")
-    endif()
-    install(FILES ${compressed} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-  else()
-    install(FILES ${source} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  if(NOT ZARNEL_GZIP)
+    install(FILES ${source} DESTINATION ${destination} RENAME ${name})
+    return()
   endif()
+  set(compressed ${CMAKE_BINARY_DIR}/packaging/gz/${destination}/${name}.gz)
+  get_filename_component(folder ${compressed} DIRECTORY)
+  file(MAKE_DIRECTORY ${folder})
+  execute_process(COMMAND ${ZARNEL_GZIP} -9 -n -c ${source}
+                  OUTPUT_FILE ${compressed} RESULT_VARIABLE result)
+  if(NOT result EQUAL 0)
+    message(FATAL_ERROR "could not compress ${source}")
+  endif()
+  install(FILES ${compressed} DESTINATION ${destination})
+endfunction()
+
+foreach(page zarnel.1 zarnel-cli.1)
+  zarnel_install_compressed(${ZARNEL_PACKAGING_DIR}/${page} ${CMAKE_INSTALL_MANDIR}/man1 ${page})
 endforeach()
+zarnel_install_compressed(${ZARNEL_PACKAGING_DIR}/changelog ${CMAKE_INSTALL_DATAROOTDIR}/doc/zarnel changelog)
 
 # ---- Debian package ----------------------------------------------------------------------
 
