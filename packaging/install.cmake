@@ -97,11 +97,12 @@ find_program(ZARNEL_DPKG_SHLIBDEPS dpkg-shlibdeps)
 if(ZARNEL_DPKG_SHLIBDEPS)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 else()
-  # Without dpkg-dev, name the libraries by hand (Debian 12 package names).
+  # Without dpkg-dev, name the libraries by hand (Debian 12 package names). zlib is reached
+  # through Qt Core, whose package brings zlib1g.
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS OFF)
   string(APPEND CPACK_DEBIAN_PACKAGE_DEPENDS
          ", libqt5widgets5 (>= 5.15), libqt5gui5 (>= 5.15), libqt5core5a (>= 5.15)"
-         ", liblz4-1, zlib1g, libstdc++6, libgcc-s1, libc6")
+         ", liblz4-1, libstdc++6, libgcc-s1, libc6")
   if(DEFLATE_FOUND)
     string(APPEND CPACK_DEBIAN_PACKAGE_DEPENDS ", libdeflate0")
   endif()
