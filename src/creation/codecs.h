@@ -22,6 +22,10 @@ int compressLz4(const char* source, int length, char* destination, int capacity)
 // LZ4 block as the fast compressor at acceleration 1 makes it with a 2^28-entry hash table.
 // Costs time and memory in proportion to the input. Returns the block length, 0 on failure.
 int compressLz4Large(const char* source, int length, char* destination, int capacity);
+// The same compressor with a table of 2^(memoryUsage - 2) entries, memoryUsage 10..30 (0 outside);
+// 30 is compressLz4Large, and 14, the library's default, gives LZ4_compress_default's blocks.
+int compressLz4WithMemoryUsage(const char* source, int length, char* destination, int capacity,
+                               int memoryUsage);
 
 // Decodes an LZ4 block into destination (capacity bytes). True only when exactly
 // unpackedSize bytes come out.

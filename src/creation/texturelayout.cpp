@@ -1,0 +1,187 @@
+#include "creation/texturelayout.h"
+
+#include "archive/format.h"
+
+namespace {
+
+constexpr int kDdsFileError = -9;
+constexpr int kUnsupported = -10;
+
+constexpr uint32_t fourCC(char a, char b, char c, char d)
+{
+    return uint32_t(uint8_t(a)) | (uint32_t(uint8_t(b)) << 8) | (uint32_t(uint8_t(c)) << 16)
+        | (uint32_t(uint8_t(d)) << 24);
+}
+
+constexpr uint32_t kDdsMagic = fourCC('D', 'D', 'S', ' ');
+constexpr uint32_t kDx10 = fourCC('D', 'X', '1', '0');
+constexpr uint32_t kFlagRgb = 0x40;
+constexpr uint32_t kFlagLuminance = 0x20000;
+
+constexpr uint32_t kHeaderSize = 128;
+constexpr uint32_t kDx10HeaderSize = 148;
+constexpr uint32_t kMaxChunkCount = 4;
+constexpr uint64_t kSingleMipChunkArea = 512 * 512;
+constexpr uint32_t kMaxMipCount = 255;      // the record keeps 8 bits
+constexpr uint32_t kMaxDimension = 65535;   // and 16 bits per side
+
+// How a format's data is measured: bytes per pixel, or bytes per 4x4 block.
+struct PixelSize {
+    uint8_t format = 0;
+    uint8_t bytes = 0;
+    bool blocks = false;
+};
+
+bool fromFourCC(uint32_t code, PixelSize& out)
+{
+    struct Row {
+        uint32_t code;
+        PixelSize size;
+    };
+    static const Row rows[] = {
+        {fourCC('D', 'X', 'T', '1'), {71, 8, true}},
+        {fourCC('D', 'X', 'T', '3'), {74, 16, true}},
+        {fourCC('D', 'X', 'T', '5'), {77, 16, true}},
+        {fourCC('B', 'C', '4', 'U'), {80, 8, true}},
+        {fourCC('B', 'C', '5', 'U'), {83, 16, true}},
+        {fourCC('B', 'C', '5', 'S'), {84, 16, true}},
+        {36, {11, 8, false}},   // Direct3D 9 A16B16G16R16
+        {113, {10, 8, false}},  // Direct3D 9 A16B16G16R16F
+    };
+    for (const Row& r : rows) {
+        if (r.code == code) {
+            out = r.size;
+            return true;
+        }
+    }
+    return false;
+}
+
+bool fromDxgi(uint8_t code, PixelSize& out)
+{
+    switch (code) {
+    case 29: case 31:
+        out = {code, 4, false};
+        return true;
+    case 72: case 80:
+        out = {code, 8, true};
+        return true;
+    case 78: case 84: case 95: case 98: case 99:
+        out = {code, 16, true};
+        return true;
+    default:
+        return false;
+    }
+}
+
+bool fromMasks(const unsigned char* h, PixelSize& out)
+{
+    const uint32_t flags = ba2::readLE32(h + 80);
+    const uint32_t bits = ba2::readLE32(h + 88);
+    const uint32_t r = ba2::readLE32(h + 92), g = ba2::readLE32(h + 96);
+    const uint32_t b = ba2::readLE32(h + 100), a = ba2::readLE32(h + 104);
+    if ((flags & kFlagLuminance) && bits == 8 && r == 0xFF && g == 0 && b == 0 && a == 0) {
+        out = {61, 1, false};
+        return true;
+    }
+    if (!(flags & kFlagRgb) || bits != 32 || g != 0xFF00 || a != 0xFF000000u) return false;
+    if (r == 0xFF && b == 0xFF0000) {
+        out = {28, 4, false};
+        return true;
+    }
+    if (r == 0xFF0000 && b == 0xFF) {
+        out = {87, 4, false};
+        return true;
+    }
+    return false;
+}
+
+// Bytes of one mip level. Block formats count whole 4x4 blocks, so sides that are not multiples
+// of 4 round up, as the data of such levels really is laid out.
+uint64_t levelSize(const PixelSize& ps, uint32_t width, uint32_t height, uint32_t level)
+{
+    uint64_t w = width >> level, h = height >> level;
+    if (w == 0) w = 1;
+    if (h == 0) h = 1;
+    if (ps.blocks) return ((w + 3) / 4) * ((h + 3) / 4) * ps.bytes;
+    return w * h * ps.bytes;
+}
+
+}  // namespace
+
+int layoutTexture(const char* bytes, uint64_t size, TextureLayout& layout)
+{
+    const unsigned char* h = reinterpret_cast<const unsigned char*>(bytes);
+    if (size < 4 || ba2::readLE32(h) != kDdsMagic) return kDdsFileError;
+    if (size < kHeaderSize) return kDdsFileError;
+
+    const uint32_t height = ba2::readLE32(h + 12);
+    const uint32_t width = ba2::readLE32(h + 16);
+    uint32_t mipCount = ba2::readLE32(h + 28);
+    const uint32_t code = ba2::readLE32(h + 84);
+
+    PixelSize ps;
+    uint32_t dataStart = kHeaderSize;
+    if (code == kDx10) {
+        if (size < kDx10HeaderSize) return kDdsFileError;
+        dataStart = kDx10HeaderSize;
+        if (!fromDxgi(h[128], ps)) return kUnsupported;
+    } else if (code == 0) {
+        if (!fromMasks(h, ps)) return kUnsupported;
+    } else if (!fromFourCC(code, ps)) {
+        return kUnsupported;
+    }
+
+    if (width == 0 || height == 0 || width > kMaxDimension || height > kMaxDimension) return kDdsFileError;
+    // Writers that leave the count at 0 mean a single level.
+    if (mipCount == 0) mipCount = 1;
+    if (mipCount > kMaxMipCount) return kDdsFileError;
+
+    uint64_t chain = 0;
+    for (uint32_t m = 0; m < mipCount; ++m) chain += levelSize(ps, width, height, m);
+    // Offsets and sizes are kept in 32 bits; the chain must also lie within the file.
+    if (dataStart + chain > 0xFFFFFFFFu || size < dataStart + chain) return kDdsFileError;
+
+    layout = TextureLayout();
+    layout.height = height;
+    layout.width = width;
+    layout.mipCount = mipCount;
+    layout.format = ps.format;
+    layout.dataStart = dataStart;
+    layout.dataSize = uint32_t(chain);
+
+    if (mipCount == 1) {
+        ChunkPlan& c = layout.chunks[0];
+        c.sourceOffset = dataStart;
+        c.unpackedSize = uint32_t(chain);
+        layout.chunkCount = 1;
+        return 1;
+    }
+
+    // Levels of at least 512x512 pixels get a chunk each (three at most); the rest share the last.
+    uint64_t area = uint64_t(width) * height;
+    uint64_t remaining = chain;
+    uint64_t start = dataStart;
+    for (uint32_t k = 0; k < kMaxChunkCount; ++k) {
+        ChunkPlan& c = layout.chunks[k];
+        c.sourceOffset = uint32_t(start);
+        c.firstMip = uint16_t(k);
+        layout.chunkCount = uint8_t(k + 1);
+        if (area < kSingleMipChunkArea || k + 1 == kMaxChunkCount) {
+            c.unpackedSize = uint32_t(remaining);
+            c.lastMip = uint16_t(mipCount - 1);
+            break;
+        }
+        const uint64_t mipBytes = levelSize(ps, width, height, k);
+        c.unpackedSize = uint32_t(mipBytes);
+        c.lastMip = uint16_t(k);
+        start += mipBytes;
+        remaining -= mipBytes;
+        area >>= 2;
+        if (remaining == 0) {
+            c.lastMip = uint16_t(mipCount - 1);
+            break;
+        }
+    }
+    return 1;
+}
