@@ -1,1 +1,20 @@
-int main() { return 0; }
+// The desktop program: one window, one optional path on the command line.
+
+#include "app/mainwindow.h"
+
+#include <QApplication>
+#include <QFont>
+
+int main(int argc, char** argv)
+{
+    QApplication app(argc, argv);  // strips the options Qt handles itself from argc/argv
+    QFont font;
+    font.setFamily(QStringLiteral("Arial"));
+    font.setPixelSize(15);
+    QApplication::setFont(font);
+    MainWindow window;
+    window.setArg(argc, argv);
+    window.initialize();
+    window.show();
+    return app.exec();
+}
