@@ -56,6 +56,7 @@ foreach(page zarnel.1 zarnel-cli.1)
   zarnel_install_compressed(${ZARNEL_PACKAGING_DIR}/${page} ${CMAKE_INSTALL_MANDIR}/man1 ${page})
 endforeach()
 zarnel_install_compressed(${ZARNEL_PACKAGING_DIR}/changelog ${CMAKE_INSTALL_DATAROOTDIR}/doc/zarnel changelog)
+install(FILES ${CMAKE_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/zarnel RENAME copyright)
 
 # ---- Debian package ----------------------------------------------------------------------
 
