@@ -167,11 +167,11 @@ int runCreate(const QStringList& args, int jobs)
         printOut(saveOutcomeText(r.status));
         return r.status == ArchiveStatus::Complete ? 0 : 1;
     }
+    // The window leaves the detail of an unsupported texture format empty; a script needs words.
     QString detail = saveStatusDetail(r.status);
+    if (r.status == ArchiveStatus::UnsupportedFormat) detail = QStringLiteral("Unsupported texture format.");
     if (detail.isEmpty()) detail = QStringLiteral("Save Archive Error.");
     printOut(detail);
-    QString why;
-    if (r.status == ArchiveStatus::UnsupportedFormat) why = QStringLiteral(": unsupported texture format");
-    if (!r.failedFile.isEmpty()) printErr(r.failedFile + why);
+    if (!r.failedFile.isEmpty()) printErr(QStringLiteral("failed at: %1").arg(r.failedFile));
     return 1;
 }

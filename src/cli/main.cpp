@@ -14,6 +14,8 @@
 #include <QStringList>
 #include <QTextStream>
 
+#include <csignal>
+
 #include <cstdio>
 
 namespace {
@@ -91,6 +93,8 @@ int commandHelp(const QString& command)
 
 int main(int argc, char** argv)
 {
+    // A file-size limit must end a write with an error we report, not kill the process.
+    std::signal(SIGXFSZ, SIG_IGN);
     QCoreApplication app(argc, argv);
     QStringList args = app.arguments().mid(1);
     int jobs = defaultJobCount();

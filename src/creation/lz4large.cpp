@@ -107,13 +107,6 @@ public:
 
     void put(uint32_t hash, uint32_t position) { exchange(hash, position); }
 
-    // Visits every stored entry.
-    template <class F> void forEach(F f) const
-    {
-        for (size_t i = 0; i <= mask_; ++i)
-            if (slots_.get()[i].key != kEmpty) f(slots_.get()[i].key, slots_.get()[i].value);
-    }
-
 private:
     struct Slot {
         uint32_t key;
@@ -218,7 +211,7 @@ template <bool Narrow> inline uint32_t hashAt(const uint8_t* p, int tableBits)
 }
 
 // The block compressor proper. Returns the block length, 0 when the destination is too small,
-// or kTableFull when the table asked to be replaced.
+// or kTableFull as soon as the table asks to be replaced.
 template <bool Narrow, class Table> int compressBlock(const Block& b, Table& table)
 {
     const uint8_t* const src = b.src;
@@ -334,7 +327,8 @@ template <bool Narrow> int compressWithTables(const Block& b)
         SparseTable sparse(entries >> 6, b.length);
         if (!sparse.ok()) return 0;
         const int n = compressBlock<Narrow>(b, sparse);
-        if (n != kTableFull) return n;
+        // A run that overflowed the map proves nothing, not even a destination too small.
+        if (!sparse.full()) return n;
     }
     using Entry = typename std::conditional<Narrow, uint16_t, uint32_t>::type;
     DenseTable<Entry> dense(b.tableBits);

@@ -100,7 +100,8 @@ bool fromMasks(const unsigned char* h, PixelSize& out)
 // of 4 round up, as the data of such levels really is laid out.
 uint64_t levelSize(const PixelSize& ps, uint32_t width, uint32_t height, uint32_t level)
 {
-    uint64_t w = width >> level, h = height >> level;
+    // Sides stop halving at 1; counts can run past 32 levels.
+    uint64_t w = level < 32 ? width >> level : 0, h = level < 32 ? height >> level : 0;
     if (w == 0) w = 1;
     if (h == 0) h = 1;
     if (ps.blocks) return ((w + 3) / 4) * ((h + 3) / 4) * ps.bytes;
