@@ -5,10 +5,7 @@
 #include "archive/status.h"
 #include "cli/terminalprogress.h"
 
-#if __has_include("cli/cmd_create.h")
 #include "cli/cmd_create.h"
-#define ZARNEL_CLI_HAS_CREATE 1
-#endif
 
 #include <QCoreApplication>
 #include <QStringList>
@@ -124,9 +121,7 @@ int main(int argc, char** argv)
         out(QStringLiteral("zarnel-cli " ZARNEL_VERSION));
         return 0;
     }
-#ifdef ZARNEL_CLI_HAS_CREATE
     if (command == "create") return runCreate(args, jobs);
-#endif
     if (args.contains("--help") || args.contains("-h")) return commandHelp(command);
 
     if (command == "info" || command == "list" || command == "verify") {
