@@ -39,7 +39,7 @@ bool ArchiveReader::open(QString path, QProgressBar* progressBar)
 int ArchiveReader::extractAll(QString targetFolder, QProgressDialog* progressDialog)
 {
     DialogProgress adapter(progressDialog);
-    const ExtractResult result = extractArchive(*this, targetFolder, adapter);
+    const ExtractResult result = extractArchive(*this, targetFolder, adapter, defaultJobCount());
     if (result.status == ArchiveStatus::Complete) {
         progressDialog->setMaximum(100);
         progressDialog->setValue(100);
