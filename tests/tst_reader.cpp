@@ -54,7 +54,6 @@ private slots:
     void totals();
     void refusals_data();
     void refusals();
-    void everyTruncationRefused();
     void notArchives();
     void closeKeepsCounts();
     void tablesLargerThanReadBuffer();
@@ -263,30 +262,6 @@ void TestReader::refusals()
     QCOMPARE(int(r.openError()), error);
     QVERIFY(!r.file.isOpen());
     QVERIFY(!r.errorText().isEmpty());
-}
-
-void TestReader::everyTruncationRefused()
-{
-    Ba2Builder g;
-    g.version = 2;
-    g.addGeneral("dir/a.txt", "abc");
-    g.addGeneral("b.txt", patternBytes(50, 9), Pack::Zlib);
-    Ba2Builder t;
-    t.texture = true;
-    t.addTexture("x.dds", 8, 8, 2, 71, {QByteArray(32, 'a'), QByteArray(8, 'b')});
-    for (const QByteArray& whole : {g.build(), t.build()}) {
-        for (int cut = 0; cut < whole.size(); ++cut) {
-            ArchiveReader r;
-            NullProgress none;
-            const QString path = write("cut.ba2", whole.left(cut));
-            // Cuts inside the data area keep header, records and names intact only when the
-            // name table moves; here it cannot, so every cut must be refused.
-            QVERIFY2(!r.open(path, none), qPrintable(QStringLiteral("cut at %1").arg(cut)));
-        }
-        ArchiveReader whole1;
-        NullProgress none;
-        QVERIFY(whole1.open(write("whole.ba2", whole), none));
-    }
 }
 
 void TestReader::notArchives()
