@@ -126,8 +126,14 @@ bool ArchiveReader::open(const QString& path, Progress& progress)
     if (uint64_t(fileSize) < headerSize || uint64_t(fileCount) * minRecord > recordSpace)
         return fail(OpenError::RecordsTruncated);
 
+    // The file size bounds the count, but a sparse file can be far larger than the disk space
+    // it takes; memory running out is a refusal, not an exception.
     records.clear();
-    records.reserve(fileCount);
+    try {
+        records.reserve(fileCount);
+    } catch (const std::bad_alloc&) {
+        return fail(OpenError::OutOfMemory);
+    }
     progress.setMinimum(0);
     progress.setMaximum(int(std::min<uint32_t>(fileCount, INT32_MAX)));
     packedTotal = 0;
@@ -185,7 +191,11 @@ bool ArchiveReader::open(const QString& path, Progress& progress)
             info.unpackedSize = cr.unpackedSize;
             info.firstMip = uint8_t(cr.firstMip);
             info.lastMip = uint8_t(cr.lastMip);
-            chunkTable.push_back(info);
+            try {
+                chunkTable.push_back(info);
+            } catch (const std::bad_alloc&) {
+                return fail(OpenError::OutOfMemory);
+            }
             if (info.packedSize != 0) {
                 packedTotal += info.packedSize;
                 unpackedTotal += info.unpackedSize;
@@ -199,7 +209,7 @@ bool ArchiveReader::open(const QString& path, Progress& progress)
     nameTableSize = std::min<uint64_t>(uint64_t(fileSize) - nameTableOffset, uint64_t(fileCount) * 65537u);
     if (nameTableSize < uint64_t(fileCount) * 2) return fail(OpenError::NameTableInvalid);
     nameTable.reset(new (std::nothrow) char[nameTableSize + 1]);
-    if (!nameTable) return fail(OpenError::NameTableInvalid);
+    if (!nameTable) return fail(OpenError::OutOfMemory);
     if (!in.copy(nameTableOffset, nameTable.get(), nameTableSize)) return fail(OpenError::NameTableInvalid);
     nameTable[nameTableSize] = 0;
 
@@ -251,6 +261,7 @@ QString ArchiveReader::errorText() const
     case OpenError::BadChunkRecordSize: return QStringLiteral("a texture's chunk records are not 24 bytes long");
     case OpenError::RecordsTruncated: return QStringLiteral("the record table runs past the end of the file");
     case OpenError::NameTableInvalid: return QStringLiteral("the name table is missing or runs past the end of the file");
+    case OpenError::OutOfMemory: return QStringLiteral("not enough memory for the record or name table");
     }
     return QString();
 }

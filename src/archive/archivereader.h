@@ -62,6 +62,7 @@ enum class OpenError {
     BadChunkRecordSize, // a texture whose chunk records are not 24 bytes
     RecordsTruncated,   // fileCount records cannot fit in the file, or a read came up short
     NameTableInvalid,   // name table offset outside the file, or names run past its end
+    OutOfMemory,        // the records or names the file claims to hold do not fit in memory
 };
 
 class ArchiveReader {

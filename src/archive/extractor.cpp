@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <condition_variable>
 #include <cstring>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <thread>
@@ -73,16 +74,23 @@ public:
     uint32_t size = 0;
 
 private:
-    static bool reserve(std::vector<char>& buffer, size_t need)
+    // Left uninitialised on purpose: a page the decoder never writes is never touched, so a
+    // record that claims far more than its stream yields costs address space, not memory.
+    struct WorkBuffer {
+        std::unique_ptr<char[]> bytes;
+        size_t capacity = 0;
+        char* data() const { return bytes.get(); }
+        size_t size() const { return capacity; }
+    };
+
+    static bool reserve(WorkBuffer& buffer, size_t need)
     {
-        if (buffer.size() >= need) return true;
-        try {
-            buffer.clear();
-            buffer.shrink_to_fit();
-            buffer.resize(need + 4096);
-        } catch (const std::bad_alloc&) {
-            return false;
-        }
+        if (buffer.capacity >= need) return true;
+        buffer.bytes.reset();
+        buffer.capacity = 0;
+        buffer.bytes.reset(new (std::nothrow) char[need + 4096]);
+        if (!buffer.bytes) return false;
+        buffer.capacity = need + 4096;
         return true;
     }
 
@@ -110,8 +118,8 @@ private:
     uint64_t fileSize;
     bool lz4;
     bool generalV3;
-    std::vector<char> packedBuffer;
-    std::vector<char> unpackedBuffer;
+    WorkBuffer packedBuffer;
+    WorkBuffer unpackedBuffer;
 };
 
 // Hands out decoded pieces strictly in order. With one job it decodes each piece when asked;
