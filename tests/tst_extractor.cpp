@@ -429,11 +429,13 @@ void TestExtractor::parallelMatchesOneThread()
     for (int i = 0; i < 60; ++i) {
         const QByteArray name = "dir" + QByteArray::number(i % 7) + "/f" + QByteArray::number(i);
         if (texture) {
+            // Blocks big enough that decoding goes to the worker threads.
             TestEntry& e = b.addTexture(name + ".dds", 64, 64, 3, 71,
-                                        {patternBytes(2048 + i, uint32_t(i)), patternBytes(512, uint32_t(i) + 100)}, Pack::Lz4);
+                                        {patternBytes(20000 + i, uint32_t(i), false), patternBytes(17000, uint32_t(i) + 100, false)},
+                                        Pack::Lz4);
             if (i == breakAt) e.chunks[1].unpackedSize += 3;
         } else {
-            TestEntry& e = b.addGeneral(name, patternBytes(1000 + 97 * i, uint32_t(i)), i % 4 ? Pack::Zlib : Pack::Stored);
+            TestEntry& e = b.addGeneral(name, patternBytes(17000 + 97 * i, uint32_t(i), false), i % 10 ? Pack::Zlib : Pack::Stored);
             if (i == breakAt) e.stored[e.stored.size() - 2] = char(e.stored[e.stored.size() - 2] ^ 0x20);
         }
     }

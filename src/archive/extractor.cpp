@@ -128,7 +128,7 @@ private:
 class PieceSource {
 public:
     PieceSource(const ArchiveReader& reader, std::vector<Piece> pieces, int jobs)
-        : pieces(std::move(pieces)), workers(std::max(1, jobs) > 1 ? std::max(1, jobs) : 0)
+        : pieces(std::move(pieces)), workers(jobs > 1 && worthThreads(this->pieces) ? jobs : 0)
     {
         const int fd = reader.file.handle();
         const bool generalV3 = reader.version == 3 && !reader.isTexture;
@@ -188,6 +188,15 @@ private:
         size_t readyPiece = SIZE_MAX;
         int status = 0;
     };
+
+    // Handing a piece to another thread costs a few microseconds; that only pays off when the
+    // pieces carry real decoding work, not for archives of many tiny or stored files.
+    static bool worthThreads(const std::vector<Piece>& pieces)
+    {
+        uint64_t packedBytes = 0;
+        for (const Piece& p : pieces) packedBytes += p.packedSize;
+        return !pieces.empty() && packedBytes / pieces.size() >= 16 * 1024;
+    }
 
     void work()
     {
