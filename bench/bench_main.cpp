@@ -252,7 +252,7 @@ struct EngineResult {
 EngineResult runZlib(const std::vector<QByteArray>& blocks, int level)
 {
     EngineResult r;
-    r.seconds = bestOf(2, [&] {
+    r.seconds = bestOf(3, [&] {
         r.packed = 0;
         for (const QByteArray& b : blocks)
             r.packed += uint64_t(compressZlib(b.constData(), uint32_t(b.size()), level).size() - 4);
@@ -266,7 +266,7 @@ EngineResult runLibdeflate(const std::vector<QByteArray>& blocks, int level)
 #ifdef ZARNEL_HAVE_LIBDEFLATE
     libdeflate_compressor* c = libdeflate_alloc_compressor(level);
     std::vector<char> out;
-    r.seconds = bestOf(2, [&] {
+    r.seconds = bestOf(3, [&] {
         r.packed = 0;
         for (const QByteArray& b : blocks) {
             const size_t bound = libdeflate_zlib_compress_bound(c, size_t(b.size()));
@@ -303,14 +303,16 @@ void benchEngines(int64_t bytesPerKind)
             const EngineResult z = runZlib(data[k], level);
             const EngineResult d = runLibdeflate(data[k], level);
             const double total = mib[k] * (1 << 20);
-            std::printf("| %d | %s | %.2f | %.1f | %.2f | %.1f |\n", level, names[k], 100.0 * z.packed / total,
+            std::printf("| %d | %s | %.3f | %.1f | %.3f | %.1f |\n", level, names[k], 100.0 * z.packed / total,
                         mib[k] / z.seconds, 100.0 * d.packed / total, mib[k] / d.seconds);
             std::fflush(stdout);
-            wins = wins && d.packed > 0 && d.packed <= z.packed && d.seconds < z.seconds;
+            // "The same size": within a ten-thousandth of the input, 0.01 points on the table.
+            wins = wins && d.packed > 0 && d.packed <= z.packed + uint64_t(total / 10000) && d.seconds < z.seconds;
         }
         verdicts += QStringLiteral("level %1: %2\n").arg(level).arg(wins ? "libdeflate" : "zlib");
     }
-    std::printf("\nsame or smaller on every corpus and faster:\n%s", qPrintable(verdicts));
+    std::printf("\nengine that packs as small (within 0.01 points) or smaller on every corpus and is faster:\n%s",
+                qPrintable(verdicts));
 }
 
 // ---- create: our writer against compressing the same blocks from memory into one file ----

@@ -39,6 +39,7 @@ constexpr uint64_t kBytesInFlight = 64u << 20;
 // A work buffer above this size is given back once a smaller file follows, so that the buffers of
 // the worker slots do not all keep the size of the largest file ever read.
 constexpr uint64_t kKeptBufferSize = 8u << 20;
+constexpr uint64_t kEarlyWriteStep = 8u << 20;
 
 Codec codecFor(int version, int zlibLevel, int lz4Mode)
 {
@@ -477,6 +478,7 @@ WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool is
     QByteArray records;
     records.reserve(int(qMin<uint64_t>(recordBytes, 64u << 20)));
     uint64_t dataCursor = base;
+    uint64_t syncedTo = 0;
     if (analysed < count) chunkCounts.resize(analysed);
     EncodedFiles encoded(sources, chunkCounts, EncodeSettings{codec, isTexture, zlibLevel, engine}, jobs);
 
@@ -499,6 +501,12 @@ WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool is
         const uint32_t blockCount = file.blockCount;
         const TextureLayout layout = file.layout;
         encoded.release(i);
+        // Start writing the data out while later files are compressed, so that little is left
+        // for the final sync. A hint only: the sync at the end reports any failure.
+        if (dataCursor - syncedTo >= kEarlyWriteStep && temp.flush()) {
+            ::sync_file_range(temp.handle(), off_t(syncedTo), off_t(dataCursor - syncedTo), SYNC_FILE_RANGE_WRITE);
+            syncedTo = dataCursor;
+        }
 
         const int recordStart = records.size();
         if (isTexture) {
