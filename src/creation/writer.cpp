@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <condition_variable>
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -36,9 +37,10 @@ constexpr int kNameFlushSize = 1 << 20;
 // Source bytes that worker threads may hold between reading a file and its being written; a
 // file larger than this is still taken, alone, when its turn comes.
 constexpr uint64_t kBytesInFlight = 64u << 20;
-// A work buffer above this size is given back once a smaller file follows, so that the buffers of
-// the worker slots do not all keep the size of the largest file ever read.
+// A work buffer above this size is given back once a much smaller file follows.
 constexpr uint64_t kKeptBufferSize = 8u << 20;
+// What the idle slots of the worker window may keep allocated between their files, together.
+constexpr uint64_t kIdleBufferBytes = 256u << 20;
 constexpr uint64_t kEarlyWriteStep = 8u << 20;
 
 Codec codecFor(int version, int zlibLevel, int lz4Mode)
@@ -66,6 +68,12 @@ public:
         if (!bytes) return false;
         capacity = size;
         return true;
+    }
+    void release(uint64_t keep)
+    {
+        if (capacity <= keep) return;
+        bytes.reset();
+        capacity = 0;
     }
     char* data() { return bytes.get(); }
 
@@ -159,15 +167,19 @@ public:
     {
     }
 
-    // The source of file number index; expectedChunks is what the first pass over the textures
-    // found (0: that pass did not reach this file). Stops early, with a status of no meaning, once
+    // Waits, once a file's size is known, until its bytes may be taken into memory; false: stop.
+    using Admission = std::function<bool(uint64_t size)>;
+
+    // Encodes file; expectedChunks is what the first pass over the textures found (0: that pass
+    // did not reach this file). Stops early, with a status of no meaning, once admit says no or
     // stop is set. On failure, the blocks before failedBlock are complete and stay to be written.
-    int encode(const QString& file, uint8_t expectedChunks, const std::atomic<bool>* stop)
+    int encode(const QString& file, uint8_t expectedChunks, const Admission& admit, const std::atomic<bool>* stop)
     {
         blockCount = 0;
         failedBlock = 0;
         SourceFile source;
         int status = source.open(file, settings.codec);
+        if (admit && !admit(status == ArchiveStatus::Complete ? source.size : 0)) return ArchiveStatus::Aborted;
         if (status != ArchiveStatus::Complete) return status;
         status = source.readAll(readBuffer);
         if (status != ArchiveStatus::Complete) return status;
@@ -238,6 +250,13 @@ public:
         return ArchiveStatus::Complete;
     }
 
+    // Gives back work buffers larger than keep bytes each.
+    void releaseBuffers(uint64_t keep)
+    {
+        readBuffer.release(keep);
+        packBuffer.release(keep);
+    }
+
     TextureLayout layout;
     ChunkPlan blocks[4];
     uint32_t blockCount = 0;   // blocks ready to be written
@@ -276,6 +295,7 @@ public:
         // Two files per worker: one being encoded, one waiting to be written.
         const size_t slotCount = workers ? size_t(2 * workers) : 1;
         for (size_t i = 0; i < slotCount; ++i) window.emplace_back(new Slot(settings));
+        idleKeep = std::max<uint64_t>(4u << 20, kIdleBufferBytes / (2 * slotCount));
         for (int w = 0; w < workers; ++w) {
             try {
                 threads.emplace_back([this] { work(); });
@@ -302,11 +322,13 @@ public:
     {
         Slot& slot = *window[i % window.size()];
         if (threads.empty()) {
-            status = slot.encoder.encode(sourcePathOf(sources[i]), expectedChunks(i), nullptr);
+            status = slot.encoder.encode(sourcePathOf(sources[i]), expectedChunks(i), nullptr, nullptr);
             return slot.encoder;
         }
         std::unique_lock<std::mutex> lock(mutex);
+        callerWaits = true;
         done.wait(lock, [&] { return slot.readyFile == i; });
+        callerWaits = false;
         status = slot.status;
         return slot.encoder;
     }
@@ -314,14 +336,19 @@ public:
     void release(size_t i)
     {
         if (threads.empty()) return;
+        Slot& slot = *window[i % window.size()];
+        // An idle slot keeps only modest buffers, so that the window's memory follows the files
+        // in flight rather than the largest files ever met.
+        slot.encoder.releaseBuffers(idleKeep);
+        bool wakeWorkers;
         {
             std::lock_guard<std::mutex> lock(mutex);
-            Slot& slot = *window[i % window.size()];
             bytesInFlight -= slot.bytes;
             slot.bytes = 0;
             consumed = i + 1;
+            wakeWorkers = waitingWorkers > 0;
         }
-        wake.notify_all();
+        if (wakeWorkers) wake.notify_all();
     }
 
 private:
@@ -335,37 +362,40 @@ private:
 
     uint8_t expectedChunks(size_t i) const { return i < chunkCounts.size() ? chunkCounts[i] : 0; }
 
-    // File sizes only bound the bytes in flight; the encoder checks the file for itself.
-    static uint64_t sizeOf(const QString& file)
+    template <typename Ready>
+    void waitFor(std::unique_lock<std::mutex>& lock, Ready ready)
     {
-        struct stat st;
-        if (::stat(QFile::encodeName(file).constData(), &st) != 0 || st.st_size < 0) return 0;
-        return uint64_t(st.st_size);
+        ++waitingWorkers;
+        wake.wait(lock, ready);
+        --waitingWorkers;
     }
 
     void work()
     {
+        size_t i = 0;
+        Slot* slot = nullptr;
+        // Between opening a file and reading it: the file the writer waits for always goes
+        // ahead; the others keep within the budget of bytes in flight.
+        const FileEncoder::Admission admit = [&](uint64_t bytes) {
+            std::unique_lock<std::mutex> lock(mutex);
+            waitFor(lock, [&] { return stopping || i == consumed || bytesInFlight + bytes <= kBytesInFlight; });
+            if (stopping) return false;
+            bytesInFlight += bytes;
+            slot->bytes = bytes;
+            return true;
+        };
         std::unique_lock<std::mutex> lock(mutex);
         while (true) {
-            wake.wait(lock, [&] { return stopping || (next < sources.size() && next < consumed + window.size()); });
+            waitFor(lock, [&] { return stopping || (next < sources.size() && next < consumed + window.size()); });
             if (stopping) return;
-            const size_t i = next++;
-            Slot& slot = *window[i % window.size()];
+            i = next++;
+            slot = window[i % window.size()].get();
             lock.unlock();
-            const QString file = sourcePathOf(sources[i]);
-            const uint64_t bytes = sizeOf(file);
+            const int status = slot->encoder.encode(sourcePathOf(sources[i]), expectedChunks(i), admit, &stop);
             lock.lock();
-            // The file the writer waits for always goes ahead; the rest keep within the budget.
-            wake.wait(lock, [&] { return stopping || i == consumed || bytesInFlight + bytes <= kBytesInFlight; });
-            if (stopping) return;
-            bytesInFlight += bytes;
-            slot.bytes = bytes;
-            lock.unlock();
-            const int status = slot.encoder.encode(file, expectedChunks(i), &stop);
-            lock.lock();
-            slot.status = status;
-            slot.readyFile = i;
-            done.notify_all();
+            slot->status = status;
+            slot->readyFile = i;
+            if (callerWaits) done.notify_one();
         }
     }
 
@@ -377,9 +407,12 @@ private:
     std::condition_variable wake;  // workers: room in the window or the budget, or stop
     std::condition_variable done;  // caller: a file is ready
     std::atomic<bool> stop{false};
+    uint64_t idleKeep = 0;
     size_t next = 0;
     size_t consumed = 0;
     uint64_t bytesInFlight = 0;
+    int waitingWorkers = 0;
+    bool callerWaits = false;
     bool stopping = false;
 };
 
