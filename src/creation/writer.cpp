@@ -172,11 +172,10 @@ public:
 
     // Encodes file; expectedChunks is what the first pass over the textures found (0: that pass
     // did not reach this file). Stops early, with a status of no meaning, once admit says no or
-    // stop is set. On failure, the blocks before failedBlock are complete and stay to be written.
+    // stop is set. On failure, the first blockCount blocks are complete and are still written.
     int encode(const QString& file, uint8_t expectedChunks, const Admission& admit, const std::atomic<bool>* stop)
     {
         blockCount = 0;
-        failedBlock = 0;
         SourceFile source;
         int status = source.open(file, settings.codec);
         if (admit && !admit(status == ArchiveStatus::Complete ? source.size : 0)) return ArchiveStatus::Aborted;
@@ -205,10 +204,7 @@ public:
 
         uint64_t room = 0;
         for (uint32_t k = 0; k < count; ++k) room += packRoom(blocks[k].unpackedSize);
-        if (room && !packBuffer.reserve(room)) {
-            failedBlock = 0;
-            return ArchiveStatus::TooLarge;
-        }
+        if (room && !packBuffer.reserve(room)) return ArchiveStatus::TooLarge;
         uint64_t packedAt = 0;
         for (uint32_t k = 0; k < count; ++k) {
             if (stop && stop->load(std::memory_order_relaxed)) return ArchiveStatus::Aborted;
@@ -219,7 +215,6 @@ public:
             block.packedSize = 0;
             out[k] = source;
             outLength[k] = block.unpackedSize;
-            failedBlock = k;
             switch (settings.codec) {
             case Codec::Store: break;
             case Codec::Zlib: {
@@ -246,7 +241,6 @@ public:
             packedAt += capacity;
             blockCount = k + 1;
         }
-        failedBlock = count;
         return ArchiveStatus::Complete;
     }
 
@@ -260,7 +254,6 @@ public:
     TextureLayout layout;
     ChunkPlan blocks[4];
     uint32_t blockCount = 0;   // blocks ready to be written
-    uint32_t failedBlock = 0;  // the block a failure belongs to
     const char* out[4] = {};   // the bytes to store of each block
     uint32_t outLength[4] = {};
 
