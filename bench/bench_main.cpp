@@ -1,5 +1,7 @@
 // zarnel-bench: measures our engines against the raw limit of the same work in one run.
-// Usage: zarnel-bench [WORKLOAD...]   (no argument: every workload)
+// Usage: zarnel-bench [WORKLOAD...]   (no argument: open extract create gather)
+//        zarnel-bench engines         zlib against libdeflate at every level (slow)
+//        zarnel-bench write-corpus DIR   the create corpus as files, for memory measurements
 // Each line: workload, our time, the limit's time, and limit/ours (1.0 = at the limit).
 
 #include "archive/archivereader.h"
@@ -8,8 +10,12 @@
 #include "archive/status.h"
 #include "corpus.h"
 #include "creation/codecs.h"
+#include "creation/gather.h"
+#include "creation/texturelayout.h"
+#include "creation/writer.h"
 
 #include <QCoreApplication>
+#include <QCryptographicHash>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QDir>
@@ -25,6 +31,10 @@
 #include <functional>
 #include <vector>
 
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
 namespace {
 
 double bestOf(int runs, const std::function<void()>& work)
@@ -37,6 +47,14 @@ double bestOf(int runs, const std::function<void()>& work)
         best = std::min(best, t.nsecsElapsed() / 1e9);
     }
     return best;
+}
+
+// CPU seconds of this process so far, every thread included.
+double cpuSeconds()
+{
+    struct rusage u;
+    getrusage(RUSAGE_SELF, &u);
+    return double(u.ru_utime.tv_sec + u.ru_stime.tv_sec) + (u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
 }
 
 void report(const char* workload, double ours, double limit, const char* limitName)
@@ -106,7 +124,7 @@ struct Block {
 };
 
 // Writes an archive of the blocks: general (zlib) or texture (one LZ4 chunk per file).
-void writeArchive(const QString& path, const std::vector<Block>& blocks, bool texture)
+void writeBlocksArchive(const QString& path, const std::vector<Block>& blocks, bool texture)
 {
     const uint32_t version = texture ? 3 : 1;
     const uint32_t headerSize = ba2::headerSizeFor(version);
@@ -206,7 +224,7 @@ void benchExtract(const QString& dir, const std::vector<corpus::File>& files, bo
         blocks.push_back(std::move(b));
     }
     const QString archive = dir + (lz4 ? "/extract-lz4.ba2" : "/extract-zlib.ba2");
-    writeArchive(archive, blocks, lz4);
+    writeBlocksArchive(archive, blocks, lz4);
     const QString out = dir + "/out";
     auto clean = [&] { QDir(out).removeRecursively(); };
     double limit = 1e30, one = 1e30, all = 1e30;
@@ -233,16 +251,293 @@ void benchExtract(const QString& dir, const std::vector<corpus::File>& files, bo
                 all, jobs, one / all);
 }
 
+// ---- zlib engines: ratio and speed of qCompress's zlib and libdeflate at every level ----
+
+struct EngineResult {
+    uint64_t packed = 0;
+    double seconds = 0;
+};
+
+EngineResult runZlib(const std::vector<QByteArray>& blocks, int level)
+{
+    EngineResult r;
+    r.seconds = bestOf(3, [&] {
+        r.packed = 0;
+        for (const QByteArray& b : blocks)
+            r.packed += uint64_t(compressZlib(b.constData(), uint32_t(b.size()), level).size() - 4);
+    });
+    return r;
+}
+
+EngineResult runLibdeflate(const std::vector<QByteArray>& blocks, int level)
+{
+    EngineResult r;
+#ifdef ZARNEL_HAVE_LIBDEFLATE
+    libdeflate_compressor* c = libdeflate_alloc_compressor(level);
+    std::vector<char> out;
+    r.seconds = bestOf(3, [&] {
+        r.packed = 0;
+        for (const QByteArray& b : blocks) {
+            const size_t bound = libdeflate_zlib_compress_bound(c, size_t(b.size()));
+            if (out.size() < bound) out.resize(bound);
+            r.packed += libdeflate_zlib_compress(c, b.constData(), size_t(b.size()), out.data(), out.size());
+        }
+    });
+    libdeflate_free_compressor(c);
+#else
+    (void)blocks;
+    (void)level;
+#endif
+    return r;
+}
+
+void benchEngines(int64_t bytesPerKind)
+{
+    const corpus::Kind kinds[] = {corpus::Kind::Texture, corpus::Kind::Mesh, corpus::Kind::Incompressible};
+    const char* names[] = {"texture-like", "mesh-like", "incompressible"};
+    std::vector<QByteArray> data[3];
+    double mib[3];
+    for (int k = 0; k < 3; ++k) {
+        data[k] = corpus::ofKind(kinds[k], bytesPerKind);
+        uint64_t total = 0;
+        for (const QByteArray& b : data[k]) total += uint64_t(b.size());
+        mib[k] = double(total) / (1 << 20);
+    }
+    std::printf("| level | corpus | zlib size %% | zlib MiB/s | libdeflate size %% | libdeflate MiB/s |\n");
+    std::printf("|---|---|---|---|---|---|\n");
+    QString verdicts;
+    for (int level = 1; level <= 9; ++level) {
+        bool wins = true;
+        for (int k = 0; k < 3; ++k) {
+            const EngineResult z = runZlib(data[k], level);
+            const EngineResult d = runLibdeflate(data[k], level);
+            const double total = mib[k] * (1 << 20);
+            std::printf("| %d | %s | %.3f | %.1f | %.3f | %.1f |\n", level, names[k], 100.0 * z.packed / total,
+                        mib[k] / z.seconds, 100.0 * d.packed / total, mib[k] / d.seconds);
+            std::fflush(stdout);
+            // "The same size": within a ten-thousandth of the input, 0.01 points on the table.
+            wins = wins && d.packed > 0 && d.packed <= z.packed + uint64_t(total / 10000) && d.seconds < z.seconds;
+        }
+        verdicts += QStringLiteral("level %1: %2\n").arg(level).arg(wins ? "libdeflate" : "zlib");
+    }
+    std::printf("\nengine that packs as small (within 0.01 points) or smaller on every corpus and is faster:\n%s",
+                qPrintable(verdicts));
+}
+
+// ---- create: our writer against compressing the same blocks from memory into one file ----
+
+struct CreateCase {
+    const char* name;
+    bool texture;
+    int version, zlibLevel, lz4Mode;
+};
+
+struct MemoryBlock {
+    const char* data;
+    uint32_t size;
+};
+
+// The blocks an archive of these files holds: whole files, or the chunks of each texture.
+std::vector<MemoryBlock> blocksOf(const std::vector<corpus::File>& files, bool texture)
+{
+    std::vector<MemoryBlock> blocks;
+    for (const corpus::File& f : files) {
+        if (!texture) {
+            blocks.push_back({f.data.constData(), uint32_t(f.data.size())});
+            continue;
+        }
+        TextureLayout layout;
+        if (layoutTexture(f.data.constData(), uint64_t(f.data.size()), layout) != 1) continue;
+        for (int k = 0; k < layout.chunkCount; ++k)
+            blocks.push_back({f.data.constData() + layout.chunks[k].sourceOffset, layout.chunks[k].unpackedSize});
+    }
+    return blocks;
+}
+
+// The raw limit: the fastest codec we have for this output, block by block from memory, and one
+// write of each result into one file.
+void rawCreate(const std::vector<MemoryBlock>& blocks, const CreateCase& c, const QString& path)
+{
+    const int fd = ::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    std::vector<char> out;
+#ifdef ZARNEL_HAVE_LIBDEFLATE
+    libdeflate_compressor* deflater = c.version == 3 ? nullptr : libdeflate_alloc_compressor(c.zlibLevel);
+#endif
+    ZlibCompressor fallback(c.zlibLevel, ZlibEngine::Zlib);
+    for (const MemoryBlock& b : blocks) {
+        const size_t bound = size_t(std::max(lz4Bound(b.size), ZlibCompressor::bound(b.size)));
+        if (out.size() < bound) out.resize(bound);
+        int64_t n = 0;
+        if (c.version == 3) {
+            n = c.lz4Mode == 1 ? compressLz4(b.data, int(b.size), out.data(), int(out.size()))
+                               : compressLz4Large(b.data, int(b.size), out.data(), int(out.size()));
+        } else {
+#ifdef ZARNEL_HAVE_LIBDEFLATE
+            n = int64_t(libdeflate_zlib_compress(deflater, b.data, b.size, out.data(), out.size()));
+#else
+            n = fallback.compress(b.data, b.size, out.data(), out.size());
+#endif
+        }
+        if (n > 0 && ::write(fd, out.data(), size_t(n)) != n) std::fprintf(stderr, "write failed\n");
+    }
+#ifdef ZARNEL_HAVE_LIBDEFLATE
+    libdeflate_free_compressor(deflater);
+#endif
+    ::close(fd);
+}
+
+QByteArray fileHash(const QString& path)
+{
+    QFile f(path);
+    QCryptographicHash h(QCryptographicHash::Sha256);
+    return f.open(QIODevice::ReadOnly) && h.addData(&f) ? h.result() : QByteArray();
+}
+
+SourceList gatherFolder(const QString& folder)
+{
+    SourceList list;
+    GatherState state;
+    state.sources = &list;
+    state.table = &defaultNameHashTable();
+    gatherPaths(state, {folder}, nullptr);
+    return list;
+}
+
+void benchCreate(const QString& dir, int64_t corpusBytes)
+{
+    const std::vector<corpus::File> general = corpus::mixed(corpusBytes);
+    const std::vector<corpus::File> textures = corpus::textures(corpusBytes);
+    if (!corpus::writeTo(dir + "/general/Data", general) || !corpus::writeTo(dir + "/textures/Data", textures)) {
+        std::fprintf(stderr, "cannot write the corpus\n");
+        return;
+    }
+    const SourceList generalSources = gatherFolder(dir + "/general/Data");
+    const SourceList textureSources = gatherFolder(dir + "/textures/Data");
+    const CreateCase cases[] = {
+        {"create zlib 1 v1 general", false, 1, 1, 0},
+        {"create zlib 6 v1 general", false, 1, 6, 0},
+        {"create LZ4 default v3 textures", true, 3, 0, 1},
+        {"create LZ4 large table v3 textures", true, 3, 0, 2},
+    };
+    const int jobs = defaultJobCount();
+    const QString out = dir + "/out.ba2", raw = dir + "/raw.bin";
+    for (const CreateCase& c : cases) {
+        const std::vector<MemoryBlock> blocks = blocksOf(c.texture ? textures : general, c.texture);
+        double limit = 1e30, one = 1e30, all = 1e30, cpuOne = 0, cpuAll = 0;
+        QByteArray hashOne, hashAll;
+        for (int round = 0; round < 3; ++round) {
+            limit = std::min(limit, bestOf(1, [&] { rawCreate(blocks, c, raw); }));
+            QFile::remove(raw);
+            for (int j : {1, jobs}) {
+                SourceList sources = c.texture ? textureSources : generalSources;
+                NullProgress none;
+                const double cpu = cpuSeconds();
+                const double t = bestOf(1, [&] {
+                    if (writeArchive(sources, out, c.texture, c.version, c.zlibLevel, c.lz4Mode, none, j).status != 1)
+                        std::fprintf(stderr, "create failed\n");
+                });
+                double& best = j == 1 ? one : all;
+                if (t < best) (j == 1 ? cpuOne : cpuAll) = cpuSeconds() - cpu;
+                best = std::min(best, t);
+                if (round == 0) (j == 1 ? hashOne : hashAll) = fileHash(out);
+                QFile::remove(out);
+            }
+        }
+        report(qPrintable(QStringLiteral("%1, 1 thread").arg(c.name)), one, limit,
+               c.version == 3 ? (c.lz4Mode == 1 ? "lz4 + write" : "large-table lz4 + write") : "libdeflate + write");
+        // CPU time tells how much of the machine a run really had: on a busy machine the wall
+        // clock of a one-thread run exceeds its CPU time.
+        std::printf("%-34s ours %9.4f s   %d threads vs 1: speed-up %5.2fx   archives %s   cpu %.2f s / %.2f s\n",
+                    qPrintable(QStringLiteral("%1, all cores").arg(c.name)), all, jobs, one / all,
+                    hashOne == hashAll && !hashOne.isEmpty() ? "identical" : "DIFFER", cpuOne, cpuAll);
+        std::fflush(stdout);
+    }
+}
+
+// ---- gather: collecting many small files must grow about linearly with their number ----
+
+bool makeSmallFiles(const QString& folder, int count)
+{
+    for (int i = 0; i < count; ++i) {
+        const QString sub = QStringLiteral("%1/Data/meshes/set%2/part%3").arg(folder).arg(i / 1000).arg(i / 100 % 10);
+        if (i % 100 == 0 && !QDir().mkpath(sub)) return false;
+        QFile f(QStringLiteral("%1/piece_%2.nif").arg(sub).arg(i));
+        if (!f.open(QIODevice::WriteOnly) || f.write("small file body\n") != 16) return false;
+    }
+    return true;
+}
+
+void benchGather(const QString& dir)
+{
+    double times[2];
+    const int counts[2] = {25000, 100000};
+    for (int k = 0; k < 2; ++k) {
+        const QString folder = dir + QStringLiteral("/gather%1").arg(counts[k]);
+        if (!makeSmallFiles(folder, counts[k])) {
+            std::fprintf(stderr, "cannot write the small files\n");
+            return;
+        }
+        times[k] = bestOf(3, [&] {
+            if (int(gatherFolder(folder + "/Data").size()) != counts[k]) std::fprintf(stderr, "gather lost files\n");
+        });
+        if (k == 0) {
+            // Many small files: what the hand-over between threads costs per file.
+            const SourceList sources = gatherFolder(folder + "/Data");
+            double t[2];
+            for (int j = 0; j < 2; ++j) {
+                t[j] = bestOf(3, [&] {
+                    SourceList copy = sources;
+                    NullProgress none;
+                    if (writeArchive(copy, dir + "/small.ba2", false, 1, 6, 0, none, j ? defaultJobCount() : 1).status != 1)
+                        std::fprintf(stderr, "create failed\n");
+                    QFile::remove(dir + "/small.ba2");
+                });
+            }
+            std::printf("%-34s ours %9.4f s   all cores %9.4f s   speed-up %5.2fx\n", "create 25,000 small files, zlib 6",
+                        t[0], t[1], t[0] / t[1]);
+        }
+        QDir(folder).removeRecursively();
+    }
+    std::printf("%-34s %9.4f s\n%-34s %9.4f s   time(100k)/time(25k) %5.2f (target <= 6)\n",
+                "gather 25,000 small files", times[0], "gather 100,000 small files", times[1], times[1] / times[0]);
+}
+
+// ---- write-corpus: the create corpus on disk, for zarnel-cli under /usr/bin/time -v ----
+
+int writeCorpus(const QString& dir, int64_t corpusBytes)
+{
+    const std::vector<corpus::File> general = corpus::mixed(corpusBytes);
+    const std::vector<corpus::File> textures = corpus::textures(corpusBytes);
+    if (!corpus::writeTo(dir + "/general/Data", general) || !corpus::writeTo(dir + "/textures/Data", textures)) {
+        std::fprintf(stderr, "cannot write the corpus under %s\n", qPrintable(dir));
+        return 1;
+    }
+    uint32_t largest = 0;
+    for (const MemoryBlock& b : blocksOf(general, false)) largest = std::max(largest, b.size);
+    for (const MemoryBlock& b : blocksOf(textures, true)) largest = std::max(largest, b.size);
+    std::printf("%s/general/Data: %zu files, %s/textures/Data: %zu DDS files; largest block %u bytes\n",
+                qPrintable(dir), general.size(), qPrintable(dir), textures.size(), largest);
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
     QStringList wanted = app.arguments().mid(1);
-    QTemporaryDir dir;
-    auto want = [&](const char* name) { return wanted.isEmpty() || wanted.contains(QLatin1String(name)); };
     int64_t corpusBytes = 128ll << 20;
     if (qEnvironmentVariableIsSet("ZARNEL_BENCH_MIB")) corpusBytes = qEnvironmentVariableIntValue("ZARNEL_BENCH_MIB") * (1ll << 20);
+    if (wanted.value(0) == QLatin1String("write-corpus")) {
+        if (wanted.size() != 2) {
+            std::fprintf(stderr, "usage: zarnel-bench write-corpus DIR\n");
+            return 2;
+        }
+        return writeCorpus(wanted[1], corpusBytes);
+    }
+    QTemporaryDir dir;
+    if (wanted.isEmpty()) wanted = QStringList{"open", "extract", "create", "gather"};
+    auto want = [&](const char* name) { return wanted.contains(QLatin1String(name)); };
     std::vector<corpus::File> files;
     auto corpusFiles = [&]() -> const std::vector<corpus::File>& {
         if (files.empty()) files = corpus::mixed(corpusBytes);
@@ -254,5 +549,8 @@ int main(int argc, char** argv)
         benchExtract(dir.path(), corpusFiles(), false);
         benchExtract(dir.path(), corpusFiles(), true);
     }
+    if (want("create")) benchCreate(dir.path(), corpusBytes);
+    if (want("gather")) benchGather(dir.path());
+    if (want("engines")) benchEngines(corpusBytes / 8);
     return 0;
 }

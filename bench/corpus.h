@@ -2,6 +2,9 @@
 // Deterministic benchmark data: texture-like, mesh-like and incompressible files.
 
 #include <QByteArray>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QString>
 
 #include <cmath>
@@ -107,6 +110,98 @@ inline std::vector<File> mixed(int64_t totalBytes, uint64_t seed = 1)
         files.push_back(std::move(f));
     }
     return files;
+}
+
+enum class Kind { Texture, Mesh, Incompressible };
+
+inline QByteArray ofKind(Kind kind, int size, uint64_t seed)
+{
+    switch (kind) {
+    case Kind::Texture: return textureLike(size, seed);
+    case Kind::Mesh: return meshLike(size, seed);
+    case Kind::Incompressible: break;
+    }
+    return incompressible(size, seed);
+}
+
+// About totalBytes of one kind, in files of 4 KiB to 4 MiB.
+inline std::vector<QByteArray> ofKind(Kind kind, int64_t totalBytes, uint64_t seed = 7)
+{
+    std::vector<QByteArray> blocks;
+    Rng rng(seed);
+    for (int64_t made = 0; made < totalBytes;) {
+        const int size = 4096 << (rng.next() % 11);
+        blocks.push_back(ofKind(kind, size, seed + blocks.size()));
+        made += size;
+    }
+    return blocks;
+}
+
+inline void put32(QByteArray& b, uint32_t v)
+{
+    for (int i = 0; i < 4; ++i) b.append(char(v >> (8 * i)));
+}
+
+// A DDS file with a full mip chain of texture-like blocks: BC1 behind the plain header, or BC7
+// behind the DX10 one.
+inline QByteArray ddsFile(uint32_t width, uint32_t height, bool bc7, uint64_t seed)
+{
+    uint32_t mips = 0;
+    uint64_t bytes = 0;
+    for (uint32_t w = width, h = height;; w = w > 1 ? w / 2 : 1, h = h > 1 ? h / 2 : 1) {
+        bytes += uint64_t((w + 3) / 4) * ((h + 3) / 4) * (bc7 ? 16 : 8);
+        ++mips;
+        if (w == 1 && h == 1) break;
+    }
+    QByteArray f("DDS ");
+    put32(f, 124);
+    put32(f, 0x000A1007);
+    put32(f, height);
+    put32(f, width);
+    put32(f, 0);
+    put32(f, 0);
+    put32(f, mips);
+    f += QByteArray(44, '\0');
+    put32(f, 32);
+    put32(f, 0x4);
+    f += bc7 ? "DX10" : "DXT1";
+    f += QByteArray(20, '\0');
+    put32(f, 0x401008);
+    f += QByteArray(16, '\0');
+    if (bc7) {
+        for (uint32_t v : {98u, 3u, 0u, 1u, 0u}) put32(f, v);
+    }
+    return f + textureLike(int(bytes), seed);
+}
+
+// About totalBytes of DDS textures from 64 x 64 to 2048 x 2048, BC1 and BC7, as in texture mods.
+inline std::vector<File> textures(int64_t totalBytes, uint64_t seed = 3)
+{
+    std::vector<File> files;
+    Rng rng(seed);
+    int64_t made = 0;
+    for (int n = 0; made < totalBytes; ++n) {
+        const uint32_t width = 64u << (rng.next() % 6);
+        const uint32_t height = (rng.next() & 3) == 0 ? width / 2 : width;
+        File f;
+        f.name = QStringLiteral("textures/set%1/t%2.dds").arg(n % 7).arg(n);
+        f.data = ddsFile(width, height, (rng.next() & 1) != 0, seed + uint64_t(n));
+        made += f.data.size();
+        files.push_back(std::move(f));
+    }
+    return files;
+}
+
+// Writes files under folder (their names are relative paths); false on the first failure.
+inline bool writeTo(const QString& folder, const std::vector<File>& files)
+{
+    for (const File& f : files) {
+        const QString path = folder + QLatin1Char('/') + f.name;
+        if (!QDir().mkpath(QFileInfo(path).path())) return false;
+        QFile out(path);
+        if (!out.open(QIODevice::WriteOnly | QIODevice::Truncate) || out.write(f.data) != f.data.size()) return false;
+    }
+    return true;
 }
 
 }  // namespace corpus

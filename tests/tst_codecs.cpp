@@ -10,6 +10,8 @@
 #include <algorithm>
 #include <vector>
 
+Q_DECLARE_METATYPE(ZlibEngine)
+
 namespace {
 
 // Deterministic generator for the test inputs.
@@ -273,17 +275,21 @@ void TestCodecs::zlibCompress_data()
 {
     QTest::addColumn<QByteArray>("input");
     QTest::addColumn<int>("level");
-    QTest::newRow("one byte") << QByteArray("x") << 6;
-    QTest::newRow("text level 1") << testutil::patternBytes(50000, 1) << 1;
-    QTest::newRow("text level 9") << testutil::patternBytes(50000, 1) << 9;
-    QTest::newRow("random level 6") << testutil::patternBytes(70000, 2, false) << 6;
-    QTest::newRow("mixed level 6") << mixedBytes(300000, 3) << 6;
+    QTest::addColumn<ZlibEngine>("engine");
+    QTest::newRow("one byte") << QByteArray("x") << 6 << ZlibEngine::Auto;
+    QTest::newRow("text level 1") << testutil::patternBytes(50000, 1) << 1 << ZlibEngine::Libdeflate;
+    QTest::newRow("text level 9") << testutil::patternBytes(50000, 1) << 9 << ZlibEngine::Zlib;
+    QTest::newRow("random level 6") << testutil::patternBytes(70000, 2, false) << 6 << ZlibEngine::Libdeflate;
+    QTest::newRow("mixed level 6") << mixedBytes(300000, 3) << 6 << ZlibEngine::Zlib;
+    QTest::newRow("mixed level 6 libdeflate") << mixedBytes(300000, 3) << 6 << ZlibEngine::Libdeflate;
+    QTest::newRow("mixed level 3 auto") << mixedBytes(300000, 4) << 3 << ZlibEngine::Auto;
 }
 
 void TestCodecs::zlibCompress()
 {
     QFETCH(QByteArray, input);
     QFETCH(int, level);
+    QFETCH(ZlibEngine, engine);
     const QByteArray framed = compressZlib(input.constData(), uint32_t(input.size()), level);
     QVERIFY(framed.size() > 4);
     const uint8_t* f = reinterpret_cast<const uint8_t*>(framed.constData());
@@ -298,6 +304,21 @@ void TestCodecs::zlibCompress()
     QByteArray back(input.size(), '\0');
     QVERIFY(decompressZlib(framed.constData() + 4, uint32_t(framed.size() - 4), back.data(), uint32_t(input.size())));
     QCOMPARE(back, input);
+
+    // The block compressor: with the zlib engine exactly qCompress's stream; libdeflate's stream
+    // is another one, which qUncompress behind its size prefix and our decoder both take.
+    ZlibCompressor compressor(level, engine);
+    QByteArray stream(int(ZlibCompressor::bound(uint64_t(input.size()))), '\0');
+    const int64_t n = compressor.compress(input.constData(), uint32_t(input.size()), stream.data(),
+                                          uint64_t(stream.size()));
+    QVERIFY(n > 0);
+    stream.truncate(int(n));
+    QCOMPARE(((uint8_t(stream[0]) << 8) | uint8_t(stream[1])) % 31, 0);
+    QCOMPARE(qtVerdict(stream, uint32_t(input.size())), input);
+    QCOMPARE(ourVerdict(stream, uint32_t(input.size())), input);
+    const ZlibEngine used = effectiveZlibEngine(engine, level);
+    if (used == ZlibEngine::Zlib) QCOMPARE(stream, framed.mid(4));
+    else if (input.size() >= 50000) QVERIFY(stream != framed.mid(4));
 }
 
 void TestCodecs::zlibDecompressAgreesWithQt_data()
@@ -377,6 +398,14 @@ void TestCodecs::zlibEmptyBlock()
     // An empty block compresses to the bare 4-byte prefix: nothing to store.
     const QByteArray framed = compressZlib("", 0, 6);
     QCOMPARE(framed, QByteArray(4, '\0'));
+    // The block compressor says the same with either engine, and refuses what it cannot do.
+    char room[2048];
+    for (ZlibEngine engine : {ZlibEngine::Auto, ZlibEngine::Zlib, ZlibEngine::Libdeflate}) {
+        QCOMPARE(ZlibCompressor(6, engine).compress("", 0, room, sizeof room), int64_t(0));
+        QCOMPARE(ZlibCompressor(0, engine).compress("abc", 3, room, sizeof room), int64_t(-1));
+        QCOMPARE(ZlibCompressor(10, engine).compress("abc", 3, room, sizeof room), int64_t(-1));
+        QCOMPARE(ZlibCompressor(6, engine).compress("abc", 3, room, ZlibCompressor::bound(3) - 1), int64_t(-1));
+    }
     // A real stream of nothing decodes to exactly nothing; garbage does not.
     const QByteArray empty = testutil::zlibStream(QByteArray(), 6);
     char sink = 'q';

@@ -9,6 +9,8 @@
 
 #include <QtTest>
 
+Q_DECLARE_METATYPE(ZlibEngine)
+
 #include <csignal>
 #include <lz4.h>
 #include <sys/resource.h>
@@ -536,21 +538,33 @@ void TestWriter::readsBack_data()
     QTest::addColumn<int>("version");
     QTest::addColumn<int>("zlib");
     QTest::addColumn<int>("lz4");
-    QTest::newRow("general v1 zlib") << false << 1 << 6 << 0;
-    QTest::newRow("general v2 stored") << false << 2 << 0 << 0;
-    QTest::newRow("texture v1 zlib") << true << 1 << 1 << 0;
-    QTest::newRow("texture v2 stored") << true << 2 << 0 << 0;
-    QTest::newRow("texture v3 lz4") << true << 3 << 0 << 1;
-    QTest::newRow("texture v3 lz4 large table") << true << 3 << 0 << 2;
+    QTest::addColumn<ZlibEngine>("engine");
+    QTest::newRow("general v1 zlib") << false << 1 << 6 << 0 << ZlibEngine::Auto;
+    QTest::newRow("general v2 zlib engine") << false << 2 << 1 << 0 << ZlibEngine::Zlib;
+    QTest::newRow("general v1 libdeflate 9") << false << 1 << 9 << 0 << ZlibEngine::Libdeflate;
+    QTest::newRow("general v2 stored") << false << 2 << 0 << 0 << ZlibEngine::Auto;
+    QTest::newRow("texture v1 zlib") << true << 1 << 1 << 0 << ZlibEngine::Auto;
+    QTest::newRow("texture v1 zlib engine") << true << 1 << 6 << 0 << ZlibEngine::Zlib;
+    QTest::newRow("texture v2 stored") << true << 2 << 0 << 0 << ZlibEngine::Auto;
+    QTest::newRow("texture v3 lz4") << true << 3 << 0 << 1 << ZlibEngine::Auto;
+    QTest::newRow("texture v3 lz4 large table") << true << 3 << 0 << 2 << ZlibEngine::Auto;
 }
 
-// What the writer makes, the program's own reader opens, verifies and extracts unchanged.
+// What the writer makes, the program's own reader opens, verifies and extracts unchanged; worker
+// threads make the very same bytes.
 void TestWriter::readsBack()
 {
     QFETCH(bool, texture);
     QFETCH(int, version);
     QFETCH(int, zlib);
     QFETCH(int, lz4);
+    QFETCH(ZlibEngine, engine);
+    // More files than the worker window holds, so its slots are reused.
+    for (int i = 0; i < 9; ++i) {
+        const QString name = dir + QStringLiteral("/Data/Set/f%1.").arg(i) + (texture ? "dds" : "bin");
+        QVERIFY(testutil::writeFile(name, texture ? makeDds(32u << (i % 4), 64, 3, uint32_t(10 + i), i % 2)
+                                                  : testutil::patternBytes(1000 * i, uint32_t(10 + i), i % 3)));
+    }
     if (texture) {
         QVERIFY(testutil::writeFile(dir + "/Data/Textures/A.dds", makeDds(1024, 1024, 11, 1)));
         QVERIFY(testutil::writeFile(dir + "/Data/Textures/Sub/b_c.dds", makeDds(256, 128, 8, 2, true)));
@@ -562,7 +576,26 @@ void TestWriter::readsBack()
     }
     SourceList sources = gather({dir + "/Data"});
     RecordingProgress progress;
-    QCOMPARE(writeArchive(sources, dir + "/out.ba2", texture, version, zlib, lz4, progress).status, 1);
+    QCOMPARE(writeArchive(sources, dir + "/out.ba2", texture, version, zlib, lz4, progress, 1, engine).status, 1);
+    SourceList again = gather({dir + "/Data"});
+    RecordingProgress threaded;
+    QCOMPARE(writeArchive(again, dir + "/par.ba2", texture, version, zlib, lz4, threaded, 3, engine).status, 1);
+    const QByteArray a = testutil::readFile(dir + "/out.ba2");
+    QCOMPARE(testutil::readFile(dir + "/par.ba2"), a);
+    QCOMPARE(threaded.values, progress.values);
+    if (!texture && zlib) {
+        // Plain zlib inflates either engine's streams; the zlib engine's are qCompress's own.
+        const Parsed p = parse(a);
+        QVERIFY(p.ok);
+        for (int i = 0; i < p.files.size(); ++i) {
+            const ParsedFile& f = p.files[i];
+            const QByteArray source = testutil::readFile(sources[size_t(i)].sourceFile);
+            QCOMPARE(decode(a, f.offset, f.packed, f.unpacked, false), source);
+            if (engine == ZlibEngine::Zlib && f.packed)
+                QCOMPARE(a.mid(int(f.offset), int(f.packed)),
+                         compressZlib(source.constData(), uint32_t(source.size()), zlib).mid(4));
+        }
+    }
 
     ArchiveReader reader;
     NullProgress quiet;
@@ -656,15 +689,19 @@ void TestWriter::progressAndCancel()
     QFETCH(int, maximum);
     for (const char* f : {"/D/a.txt", "/D/b.txt", "/D/c.txt"}) QVERIFY(testutil::writeFile(dir + f, f));
     SourceList sources = gather({dir + "/D"});
-    RecordingProgress progress(cancelAtPoll);
     const QString target = dir + "/out.ba2";
-    QCOMPARE(writeArchive(sources, target, false, 2, 1, 1, progress).status, status);
-    QCOMPARE(progress.minimum, 0);
-    QCOMPARE(progress.maximum, maximum);
-    QCOMPARE(progress.values, values);
-    QCOMPARE(QFileInfo::exists(target), status == 1);
-    QVERIFY(noTemporaries(target));
-    QCOMPARE(QDir(dir).entryList(QDir::Files), status == 1 ? QStringList{"out.ba2"} : QStringList{});
+    // Worker threads run ahead, but the steps and the cancel points stay the caller's.
+    for (int jobs : {1, 3}) {
+        QFile::remove(target);
+        RecordingProgress progress(cancelAtPoll);
+        QCOMPARE(writeArchive(sources, target, false, 2, 1, 1, progress, jobs).status, status);
+        QCOMPARE(progress.minimum, 0);
+        QCOMPARE(progress.maximum, maximum);
+        QCOMPARE(progress.values, values);
+        QCOMPARE(QFileInfo::exists(target), status == 1);
+        QVERIFY(noTemporaries(target));
+        QCOMPARE(QDir(dir).entryList(QDir::Files), status == 1 ? QStringList{"out.ba2"} : QStringList{});
+    }
 }
 
 void TestWriter::failures_data()
@@ -678,6 +715,8 @@ void TestWriter::failures_data()
     QTest::newRow("not a dds") << true << "D/b.dds" << -9;
     QTest::newRow("first not a dds") << true << "D/a.dds" << -9;
     QTest::newRow("unsupported format") << true << "D/b.dds" << -10;
+    // Workers may meet the later failure first; the earlier file's is the one reported.
+    QTest::newRow("two failures") << true << "D/b.dds" << -2;
 }
 
 void TestWriter::failures()
@@ -692,18 +731,21 @@ void TestWriter::failures()
     SourceList sources = gather({dir + "/D"});
     QCOMPARE(int(sources.size()), 3);
     const QString b = dir + "/D/b.dds";
-    if (tag.contains("vanished")) QVERIFY(QFile::remove(b));
+    if (tag.contains("vanished") || tag == "two failures") QVERIFY(QFile::remove(b));
+    if (tag == "two failures") QVERIFY(testutil::writeFile(dir + "/D/c.dds", "text"));
     if (tag == "source is a folder") QVERIFY(QFile::remove(b) && QDir().mkpath(b));
     if (tag == "not a dds") QVERIFY(testutil::writeFile(b, QByteArray(200, 'x')));
     if (tag == "unsupported format") QVERIFY(testutil::writeFile(b, makeDds(64, 64, 7, 2, false, "ATI2")));
     QVERIFY(testutil::writeFile(dir + "/out.ba2", "previous archive"));
 
-    RecordingProgress progress;
-    const WriteResult r = writeArchive(sources, dir + "/out.ba2", texture, 1, 1, 1, progress);
-    QCOMPARE(r.status, status);
-    QCOMPARE(r.failedFile, dir + "/" + failing);
-    QCOMPARE(testutil::readFile(dir + "/out.ba2"), QByteArray("previous archive"));
-    QVERIFY(noTemporaries(dir + "/out.ba2"));
+    for (int jobs : {1, 3}) {
+        RecordingProgress progress;
+        const WriteResult r = writeArchive(sources, dir + "/out.ba2", texture, 1, 1, 1, progress, jobs);
+        QCOMPARE(r.status, status);
+        QCOMPARE(r.failedFile, dir + "/" + failing);
+        QCOMPARE(testutil::readFile(dir + "/out.ba2"), QByteArray("previous archive"));
+        QVERIFY(noTemporaries(dir + "/out.ba2"));
+    }
 }
 
 void TestWriter::emptyList()
@@ -838,6 +880,11 @@ void TestWriter::commandLine_data()
     QTest::newRow("explicit settings") << sounds << QStringList{"--version=1", "--zlib", "9", "-o", "@/out.ba2",
                                                                 "@/In/Snd"}
                                        << 0 << "Complete.\n" << "GNRL 1 packed";
+    QTest::newRow("zlib engine, two jobs") << sounds << QStringList{"--jobs", "2", "--zlib-engine", "zlib", "--zlib=6",
+                                                                    "-o", "@/out.ba2", "@/In/Snd"}
+                                           << 0 << "Complete.\n" << "GNRL 2 packed";
+    QTest::newRow("bad engine") << sounds << QStringList{"--zlib-engine", "zstd", "-o", "@/out.ba2", "@/In/Snd"} << 2
+                                << "" << "";
     QTest::newRow("texture of text") << mixed << QStringList{"--format", "texture", "-o", "@/out.ba2", "@/In/Mix"}
                                      << 1 << "DDS File Error.\n" << "";
     QTest::newRow("version 3 general") << mixed << QStringList{"--version", "3", "-o", "@/out.ba2", "@/In/Mix"} << 2

@@ -6,10 +6,43 @@
 
 #include <cstdint>
 
+struct libdeflate_compressor;
+
 // zlib-compresses length bytes at level 1..9. Returns Qt's framing: a 4-byte big-endian length
 // prefix followed by the RFC 1950 stream, so the bytes to store start at offset 4 and
 // packedSize = size() - 4. Empty on failure (a 0-byte block gives 4 zero bytes: stored).
 QByteArray compressZlib(const char* source, uint32_t length, int level);
+
+// The library that makes the zlib streams of versions 1 and 2. Both write RFC 1950 streams that
+// every reader decodes; only the bytes differ. Zlib gives exactly qCompress's streams; Auto takes
+// libdeflate at the levels where it compresses at least as well and faster (bench/README.md).
+enum class ZlibEngine { Auto, Zlib, Libdeflate };
+
+// The engine that runs at a level: Auto resolved, and Zlib when libdeflate is not built in.
+ZlibEngine effectiveZlibEngine(ZlibEngine engine, int level);
+
+// zlib compression of one block at a time into a caller's buffer. Keeps the engine's state
+// between blocks: one object per thread.
+class ZlibCompressor {
+public:
+    ZlibCompressor(int level, ZlibEngine engine);
+    ~ZlibCompressor();
+    ZlibCompressor(const ZlibCompressor&) = delete;
+    ZlibCompressor& operator=(const ZlibCompressor&) = delete;
+
+    // Room compress() may need for length input bytes, with either engine.
+    static uint64_t bound(uint64_t length) { return length + length / 128 + 1024; }
+    // Writes the RFC 1950 stream of length bytes into destination (capacity >= bound(length)) and
+    // returns its length, the packedSize: 0 for an empty block, which is then stored (as
+    // qCompress's bare 4-byte prefix says). -1 on failure: level outside 1..9, no memory, input
+    // over INT_MAX bytes.
+    int64_t compress(const char* source, uint32_t length, char* destination, uint64_t capacity);
+
+private:
+    int level;
+    ZlibEngine engine;
+    libdeflate_compressor* deflater = nullptr;
+};
 
 // Inflates the packedSize-byte zlib stream into destination (room for unpackedSize bytes).
 // True only when the stream decodes to exactly unpackedSize bytes.

@@ -7,11 +7,22 @@
 
 #include <QFile>
 
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <condition_variable>
 #include <cstdio>
+#include <functional>
 #include <memory>
+#include <mutex>
 #include <new>
-#include <unistd.h>
+#include <system_error>
+#include <thread>
 #include <vector>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -23,6 +34,14 @@ constexpr uint64_t kMaxStoredSize = 0xFFFFFFFFull;
 constexpr uint64_t kMaxCodecInput = 0x7E000000ull;
 constexpr uint32_t kMaxNameLength = 0xFFFF;
 constexpr int kNameFlushSize = 1 << 20;
+// Source bytes that worker threads may hold between reading a file and its being written; a
+// file larger than this is still taken, alone, when its turn comes.
+constexpr uint64_t kBytesInFlight = 64u << 20;
+// A work buffer above this size is given back once a much smaller file follows.
+constexpr uint64_t kKeptBufferSize = 8u << 20;
+// What the idle slots of the worker window may keep allocated between their files, together.
+constexpr uint64_t kIdleBufferBytes = 256u << 20;
+constexpr uint64_t kEarlyWriteStep = 8u << 20;
 
 Codec codecFor(int version, int zlibLevel, int lz4Mode)
 {
@@ -35,19 +54,26 @@ Codec codecFor(int version, int zlibLevel, int lz4Mode)
     return Codec::Store;
 }
 
-// A work buffer that grows to the largest size asked of it; allocation failure is a result,
-// not an exception.
+// A work buffer that follows the sizes asked of it; allocation failure is a result, not an
+// exception.
 class Buffer {
 public:
     bool reserve(uint64_t size)
     {
-        if (size <= capacity) return true;
+        const bool shrink = capacity > kKeptBufferSize && size < capacity / 2;
+        if (size <= capacity && !shrink) return true;
         bytes.reset();
         capacity = 0;
-        bytes.reset(new (std::nothrow) char[size]);
+        bytes.reset(new (std::nothrow) char[std::max<uint64_t>(size, 1)]);
         if (!bytes) return false;
         capacity = size;
         return true;
+    }
+    void release(uint64_t keep)
+    {
+        if (capacity <= keep) return;
+        bytes.reset();
+        capacity = 0;
     }
     char* data() { return bytes.get(); }
 
@@ -61,36 +87,43 @@ QString sourcePathOf(const SourceEntry& e)
     return e.sourceFile.isEmpty() ? QString::fromLocal8Bit(e.path) : e.sourceFile;
 }
 
-// Opens a source and checks its size against what the archive can hold.
-int openSource(QFile& file, Codec codec, uint64_t& size)
-{
-    if (!file.open(QIODevice::ReadOnly)) return ArchiveStatus::FileOpenError;
-    const qint64 s = file.size();
-    const uint64_t limit = codec == Codec::Store ? kMaxStoredSize : kMaxCodecInput;
-    if (s < 0 || uint64_t(s) > limit) return ArchiveStatus::TooLarge;
-    size = uint64_t(s);
-    return ArchiveStatus::Complete;
-}
-
-int readWhole(QFile& file, uint64_t size, Buffer& buffer)
-{
-    if (!buffer.reserve(size)) return ArchiveStatus::TooLarge;
-    uint64_t got = 0;
-    while (got < size) {
-        const qint64 n = file.read(buffer.data() + got, qint64(size - got));
-        if (n <= 0) break;
-        got += uint64_t(n);
+// An open source file, closed when it goes out of scope.
+class SourceFile {
+public:
+    ~SourceFile()
+    {
+        if (fd >= 0) ::close(fd);
     }
-    return got == size ? ArchiveStatus::Complete : ArchiveStatus::FileReadError;
-}
 
-int readSource(const QString& name, Codec codec, Buffer& buffer, uint64_t& size)
-{
-    QFile file(name);
-    const int status = openSource(file, codec, size);
-    if (status != ArchiveStatus::Complete) return status;
-    return readWhole(file, size, buffer);
-}
+    // Opens name and checks its size against what the archive can hold.
+    int open(const QString& name, Codec codec)
+    {
+        fd = ::open(QFile::encodeName(name).constData(), O_RDONLY | O_CLOEXEC);
+        if (fd < 0) return ArchiveStatus::FileOpenError;
+        struct stat st;
+        if (::fstat(fd, &st) != 0 || S_ISDIR(st.st_mode)) return ArchiveStatus::FileOpenError;
+        const uint64_t limit = codec == Codec::Store ? kMaxStoredSize : kMaxCodecInput;
+        if (st.st_size < 0 || uint64_t(st.st_size) > limit) return ArchiveStatus::TooLarge;
+        size = uint64_t(st.st_size);
+        return ArchiveStatus::Complete;
+    }
+
+    int readAll(Buffer& buffer)
+    {
+        if (!buffer.reserve(size)) return ArchiveStatus::TooLarge;
+        uint64_t got = 0;
+        while (got < size) {
+            const ssize_t n = ::read(fd, buffer.data() + got, size_t(std::min<uint64_t>(size - got, 1u << 30)));
+            if (n < 0 && errno == EINTR) continue;
+            if (n <= 0) break;
+            got += uint64_t(n);
+        }
+        return got == size ? ArchiveStatus::Complete : ArchiveStatus::FileReadError;
+    }
+
+    int fd = -1;
+    uint64_t size = 0;
+};
 
 // The chunk count of a texture, needed before any data is written so that the record table
 // can be sized. Mapping the file lets the analysis see the real size while only the header
@@ -98,21 +131,283 @@ int readSource(const QString& name, Codec codec, Buffer& buffer, uint64_t& size)
 int analyseTexture(const QString& name, Codec codec, Buffer& scratch, uint8_t& chunkCount)
 {
     QFile file(name);
-    uint64_t size = 0;
-    int status = openSource(file, codec, size);
-    if (status != ArchiveStatus::Complete) return status;
+    if (!file.open(QIODevice::ReadOnly)) return ArchiveStatus::FileOpenError;
+    const qint64 s = file.size();
+    const uint64_t limit = codec == Codec::Store ? kMaxStoredSize : kMaxCodecInput;
+    if (s < 0 || uint64_t(s) > limit) return ArchiveStatus::TooLarge;
+    const uint64_t size = uint64_t(s);
     TextureLayout layout;
+    int status = ArchiveStatus::Complete;
     uchar* mapped = size > 0 ? file.map(0, qint64(size)) : nullptr;
     if (mapped) {
         status = layoutTexture(reinterpret_cast<const char*>(mapped), size, layout);
         file.unmap(mapped);
     } else {
-        status = readWhole(file, size, scratch);
-        if (status == ArchiveStatus::Complete) status = layoutTexture(scratch.data(), size, layout);
+        SourceFile source;
+        status = source.open(name, codec);
+        if (status == ArchiveStatus::Complete) status = source.readAll(scratch);
+        if (status == ArchiveStatus::Complete) status = layoutTexture(scratch.data(), source.size, layout);
     }
     if (status == ArchiveStatus::Complete) chunkCount = layout.chunkCount;
     return status;
 }
+
+struct EncodeSettings {
+    Codec codec;
+    bool isTexture;
+    int zlibLevel;
+    ZlibEngine engine;
+};
+
+// One file's work up to the bytes to store: reading it, cutting a texture into its chunks and
+// compressing every block. Everything it leaves is read by the thread that writes the archive.
+class FileEncoder {
+public:
+    explicit FileEncoder(const EncodeSettings& settings) : settings(settings), zlib(settings.zlibLevel, settings.engine)
+    {
+    }
+
+    // Waits, once a file's size is known, until its bytes may be taken into memory; false: stop.
+    using Admission = std::function<bool(uint64_t size)>;
+
+    // Encodes file; expectedChunks is what the first pass over the textures found (0: that pass
+    // did not reach this file). Stops early, with a status of no meaning, once admit says no or
+    // stop is set. On failure, the first blockCount blocks are complete and are still written.
+    int encode(const QString& file, uint8_t expectedChunks, const Admission& admit, const std::atomic<bool>* stop)
+    {
+        blockCount = 0;
+        SourceFile source;
+        int status = source.open(file, settings.codec);
+        if (admit && !admit(status == ArchiveStatus::Complete ? source.size : 0)) return ArchiveStatus::Aborted;
+        if (status != ArchiveStatus::Complete) return status;
+        status = source.readAll(readBuffer);
+        if (status != ArchiveStatus::Complete) return status;
+        const uint64_t size = source.size;
+
+        uint32_t count = 1;
+        if (settings.isTexture) {
+            status = layoutTexture(readBuffer.data(), size, layout);
+            if (status != ArchiveStatus::Complete) return status;
+            // A different answer than in the first pass means the file changed meanwhile.
+            if (expectedChunks == 0 || layout.chunkCount != expectedChunks || layout.chunkCount > 4)
+                return ArchiveStatus::FileReadError;
+            count = layout.chunkCount;
+            for (uint32_t k = 0; k < count; ++k) {
+                blocks[k] = layout.chunks[k];
+                if (uint64_t(blocks[k].sourceOffset) + blocks[k].unpackedSize > size)
+                    return ArchiveStatus::DdsOrVer3General;
+            }
+        } else {
+            blocks[0] = ChunkPlan();
+            blocks[0].unpackedSize = uint32_t(size);
+        }
+
+        uint64_t room = 0;
+        for (uint32_t k = 0; k < count; ++k) room += packRoom(blocks[k].unpackedSize);
+        if (room && !packBuffer.reserve(room)) return ArchiveStatus::TooLarge;
+        uint64_t packedAt = 0;
+        for (uint32_t k = 0; k < count; ++k) {
+            if (stop && stop->load(std::memory_order_relaxed)) return ArchiveStatus::Aborted;
+            ChunkPlan& block = blocks[k];
+            const char* source = readBuffer.data() + block.sourceOffset;
+            const uint64_t capacity = packRoom(block.unpackedSize);
+            char* destination = packBuffer.data() + packedAt;
+            block.packedSize = 0;
+            out[k] = source;
+            outLength[k] = block.unpackedSize;
+            switch (settings.codec) {
+            case Codec::Store: break;
+            case Codec::Zlib: {
+                const int64_t n = zlib.compress(source, block.unpackedSize, destination, capacity);
+                if (n < 0) return ArchiveStatus::ZlibError;
+                block.packedSize = uint32_t(n);
+                break;
+            }
+            case Codec::Lz4:
+            case Codec::Lz4Large: {
+                const int n = settings.codec == Codec::Lz4
+                                  ? compressLz4(source, int(block.unpackedSize), destination, int(capacity))
+                                  : compressLz4Large(source, int(block.unpackedSize), destination, int(capacity));
+                if (n <= 0) return ArchiveStatus::Lz4Error;
+                block.packedSize = uint32_t(n);
+                break;
+            }
+            }
+            if (block.packedSize) {
+                out[k] = destination;
+                outLength[k] = block.packedSize;
+            }
+            block.packedBytes = block.packedSize ? out[k] : nullptr;
+            packedAt += capacity;
+            blockCount = k + 1;
+        }
+        return ArchiveStatus::Complete;
+    }
+
+    // Gives back work buffers larger than keep bytes each.
+    void releaseBuffers(uint64_t keep)
+    {
+        readBuffer.release(keep);
+        packBuffer.release(keep);
+    }
+
+    TextureLayout layout;
+    ChunkPlan blocks[4];
+    uint32_t blockCount = 0;   // blocks ready to be written
+    const char* out[4] = {};   // the bytes to store of each block
+    uint32_t outLength[4] = {};
+
+private:
+    uint64_t packRoom(uint32_t length) const
+    {
+        switch (settings.codec) {
+        case Codec::Store: return 0;
+        case Codec::Zlib: return ZlibCompressor::bound(length);
+        case Codec::Lz4:
+        case Codec::Lz4Large: break;
+        }
+        return lz4Bound(length);
+    }
+
+    EncodeSettings settings;
+    ZlibCompressor zlib;
+    Buffer readBuffer;
+    Buffer packBuffer;
+};
+
+// Hands out encoded files strictly in order. With one job each file is encoded when asked for;
+// with more, worker threads encode a bounded window of files ahead while the caller writes, so
+// the archive and every side effect stay exactly those of a one-thread run.
+class EncodedFiles {
+public:
+    EncodedFiles(const SourceList& sources, const std::vector<uint8_t>& chunkCounts, const EncodeSettings& settings,
+                 int jobs)
+        : sources(sources), chunkCounts(chunkCounts)
+    {
+        const int workers = jobs > 1 ? std::min(jobs, 64) : 0;
+        // Two files per worker: one being encoded, one waiting to be written.
+        const size_t slotCount = workers ? size_t(2 * workers) : 1;
+        for (size_t i = 0; i < slotCount; ++i) window.emplace_back(new Slot(settings));
+        idleKeep = std::max<uint64_t>(4u << 20, kIdleBufferBytes / (2 * slotCount));
+        for (int w = 0; w < workers; ++w) {
+            try {
+                threads.emplace_back([this] { work(); });
+            } catch (const std::system_error&) {
+                break;  // fewer threads, or none: the caller then encodes itself
+            }
+        }
+        if (threads.empty()) window.resize(1);
+    }
+
+    ~EncodedFiles()
+    {
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            stopping = true;
+        }
+        stop.store(true);
+        wake.notify_all();
+        for (std::thread& t : threads) t.join();
+    }
+
+    // Encodes (or waits for) file i; the result stays valid until release(i).
+    const FileEncoder& get(size_t i, int& status)
+    {
+        Slot& slot = *window[i % window.size()];
+        if (threads.empty()) {
+            status = slot.encoder.encode(sourcePathOf(sources[i]), expectedChunks(i), nullptr, nullptr);
+            return slot.encoder;
+        }
+        std::unique_lock<std::mutex> lock(mutex);
+        callerWaits = true;
+        done.wait(lock, [&] { return slot.readyFile == i; });
+        callerWaits = false;
+        status = slot.status;
+        return slot.encoder;
+    }
+
+    void release(size_t i)
+    {
+        if (threads.empty()) return;
+        Slot& slot = *window[i % window.size()];
+        // An idle slot keeps only modest buffers, so that the window's memory follows the files
+        // in flight rather than the largest files ever met.
+        slot.encoder.releaseBuffers(idleKeep);
+        bool wakeWorkers;
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            bytesInFlight -= slot.bytes;
+            slot.bytes = 0;
+            consumed = i + 1;
+            wakeWorkers = waitingWorkers > 0;
+        }
+        if (wakeWorkers) wake.notify_all();
+    }
+
+private:
+    struct Slot {
+        explicit Slot(const EncodeSettings& settings) : encoder(settings) {}
+        FileEncoder encoder;
+        size_t readyFile = SIZE_MAX;
+        uint64_t bytes = 0;
+        int status = 0;
+    };
+
+    uint8_t expectedChunks(size_t i) const { return i < chunkCounts.size() ? chunkCounts[i] : 0; }
+
+    template <typename Ready>
+    void waitFor(std::unique_lock<std::mutex>& lock, Ready ready)
+    {
+        ++waitingWorkers;
+        wake.wait(lock, ready);
+        --waitingWorkers;
+    }
+
+    void work()
+    {
+        size_t i = 0;
+        Slot* slot = nullptr;
+        // Between opening a file and reading it: the file the writer waits for always goes
+        // ahead; the others keep within the budget of bytes in flight.
+        const FileEncoder::Admission admit = [&](uint64_t bytes) {
+            std::unique_lock<std::mutex> lock(mutex);
+            waitFor(lock, [&] { return stopping || i == consumed || bytesInFlight + bytes <= kBytesInFlight; });
+            if (stopping) return false;
+            bytesInFlight += bytes;
+            slot->bytes = bytes;
+            return true;
+        };
+        std::unique_lock<std::mutex> lock(mutex);
+        while (true) {
+            waitFor(lock, [&] { return stopping || (next < sources.size() && next < consumed + window.size()); });
+            if (stopping) return;
+            i = next++;
+            slot = window[i % window.size()].get();
+            lock.unlock();
+            const int status = slot->encoder.encode(sourcePathOf(sources[i]), expectedChunks(i), admit, &stop);
+            lock.lock();
+            slot->status = status;
+            slot->readyFile = i;
+            if (callerWaits) done.notify_one();
+        }
+    }
+
+    const SourceList& sources;
+    const std::vector<uint8_t>& chunkCounts;
+    std::vector<std::unique_ptr<Slot>> window;
+    std::vector<std::thread> threads;
+    std::mutex mutex;
+    std::condition_variable wake;  // workers: room in the window or the budget, or stop
+    std::condition_variable done;  // caller: a file is ready
+    std::atomic<bool> stop{false};
+    uint64_t idleKeep = 0;
+    size_t next = 0;
+    size_t consumed = 0;
+    uint64_t bytesInFlight = 0;
+    int waitingWorkers = 0;
+    bool callerWaits = false;
+    bool stopping = false;
+};
 
 bool writeAll(QFile& file, const char* bytes, qint64 size)
 {
@@ -122,7 +417,7 @@ bool writeAll(QFile& file, const char* bytes, qint64 size)
 }  // namespace
 
 WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool isTexture, int version,
-                         int zlibLevel, int lz4Mode, Progress& progress)
+                         int zlibLevel, int lz4Mode, Progress& progress, int jobs, ZlibEngine engine)
 {
     WriteResult result;
     if (sources.isEmpty()) {
@@ -177,7 +472,7 @@ WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool is
         return result;
     };
 
-    Buffer readBuffer, packBuffer;
+    Buffer scratch;
 
     // The record table's size must be known before the first data block lands behind it.
     // A texture's chunk count comes from its header; a file that cannot be analysed here
@@ -189,7 +484,7 @@ WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool is
         chunkCounts.assign(count, 0);
         for (uint32_t i = 0; i < count; ++i) {
             if ((i & 31) == 31) progress.processEvents();
-            if (analyseTexture(sourcePathOf(sources[i]), codec, readBuffer, chunkCounts[i])
+            if (analyseTexture(sourcePathOf(sources[i]), codec, scratch, chunkCounts[i])
                 != ArchiveStatus::Complete) {
                 analysed = i;
                 break;
@@ -209,73 +504,34 @@ WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool is
     QByteArray records;
     records.reserve(int(qMin<uint64_t>(recordBytes, 64u << 20)));
     uint64_t dataCursor = base;
+    uint64_t syncedTo = 0;
+    if (analysed < count) chunkCounts.resize(analysed);
+    EncodedFiles encoded(sources, chunkCounts, EncodeSettings{codec, isTexture, zlibLevel, engine}, jobs);
 
     for (uint32_t i = 0; i < count; ++i) {
         progress.setValue(int(i));
         if (progress.wasCanceled()) return fail(ArchiveStatus::Aborted, QString());
 
         SourceEntry& entry = sources[i];
-        const QString file = sourcePathOf(entry);
-        uint64_t size = 0;
-        int status = readSource(file, codec, readBuffer, size);
-        if (status != ArchiveStatus::Complete) return fail(status, file);
-
+        int status = ArchiveStatus::Complete;
+        const FileEncoder& file = encoded.get(i, status);
+        // Blocks before a failing one are written first, as they would be one at a time.
         ChunkPlan blocks[4];
-        uint32_t blockCount = 1;
-        TextureLayout layout;
-        if (isTexture) {
-            status = layoutTexture(readBuffer.data(), size, layout);
-            if (status != ArchiveStatus::Complete) return fail(status, file);
-            // A different answer than in the first pass means the file changed meanwhile.
-            if (i >= analysed || layout.chunkCount != chunkCounts[i] || layout.chunkCount > 4)
-                return fail(ArchiveStatus::FileReadError, file);
-            blockCount = layout.chunkCount;
-            for (uint32_t k = 0; k < blockCount; ++k) {
-                blocks[k] = layout.chunks[k];
-                if (uint64_t(blocks[k].sourceOffset) + blocks[k].unpackedSize > size)
-                    return fail(ArchiveStatus::DdsOrVer3General, file);
-            }
-        } else {
-            blocks[0].unpackedSize = uint32_t(size);
+        for (uint32_t k = 0; k < file.blockCount; ++k) {
+            blocks[k] = file.blocks[k];
+            blocks[k].dataOffset = dataCursor;
+            if (!writeAll(temp, file.out[k], file.outLength[k])) return fail(ArchiveStatus::FileWriteError, tempPath);
+            dataCursor += file.outLength[k];
         }
-
-        for (uint32_t k = 0; k < blockCount; ++k) {
-            ChunkPlan& block = blocks[k];
-            const char* source = readBuffer.data() + block.sourceOffset;
-            block.dataOffset = dataCursor;
-            block.packedSize = 0;
-            const char* out = source;
-            uint32_t outLength = block.unpackedSize;
-            QByteArray zlibOut;  // must outlive the write below
-            switch (codec) {
-            case Codec::Store: break;
-            case Codec::Zlib:
-                zlibOut = compressZlib(source, block.unpackedSize, zlibLevel);
-                if (zlibOut.size() < 4) return fail(ArchiveStatus::ZlibError, file);
-                block.packedSize = uint32_t(zlibOut.size() - 4);
-                if (block.packedSize) {
-                    out = zlibOut.constData() + 4;
-                    outLength = block.packedSize;
-                }
-                break;
-            case Codec::Lz4:
-            case Codec::Lz4Large: {
-                const uint64_t capacity = lz4Bound(block.unpackedSize);
-                if (!packBuffer.reserve(capacity)) return fail(ArchiveStatus::TooLarge, file);
-                const int n = codec == Codec::Lz4
-                                  ? compressLz4(source, int(block.unpackedSize), packBuffer.data(), int(capacity))
-                                  : compressLz4Large(source, int(block.unpackedSize), packBuffer.data(),
-                                                     int(capacity));
-                if (n <= 0) return fail(ArchiveStatus::Lz4Error, file);
-                block.packedSize = uint32_t(n);
-                out = packBuffer.data();
-                outLength = block.packedSize;
-                break;
-            }
-            }
-            block.packedBytes = block.packedSize ? out : nullptr;
-            if (!writeAll(temp, out, outLength)) return fail(ArchiveStatus::FileWriteError, tempPath);
-            dataCursor += outLength;
+        if (status != ArchiveStatus::Complete) return fail(status, sourcePathOf(entry));
+        const uint32_t blockCount = file.blockCount;
+        const TextureLayout layout = file.layout;
+        encoded.release(i);
+        // Start writing the data out while later files are compressed, so that little is left
+        // for the final sync. A hint only: the sync at the end reports any failure.
+        if (dataCursor - syncedTo >= kEarlyWriteStep && temp.flush()) {
+            ::sync_file_range(temp.handle(), off_t(syncedTo), off_t(dataCursor - syncedTo), SYNC_FILE_RANGE_WRITE);
+            syncedTo = dataCursor;
         }
 
         const int recordStart = records.size();

@@ -2,6 +2,7 @@
 // Writing a BA2 archive from gathered sources.
 
 #include "archive/progress.h"
+#include "creation/codecs.h"
 #include "creation/sourceentry.h"
 
 #include <QString>
@@ -19,5 +20,10 @@ struct WriteResult {
 // not be opened, -3 a write or the final rename failed, -4 a short read (or a source changed
 // during the run), -5/-6 LZ4/zlib failure, -8 a source too large for the format or codec,
 // -9/-10 from the texture analysis; failedFile names the source or file concerned.
+// jobs > 1 reads and compresses files on that many worker threads, a few files ahead, while this
+// thread writes them in order and alone talks to progress: the archive, the status and what is
+// left on disk are those of a one-thread run. engine picks the zlib library for versions 1 and 2
+// (ZlibEngine::Zlib gives qCompress's exact streams).
 WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool isTexture, int version,
-                         int zlibLevel, int lz4Mode, Progress& progress);
+                         int zlibLevel, int lz4Mode, Progress& progress, int jobs = 1,
+                         ZlibEngine engine = ZlibEngine::Auto);
