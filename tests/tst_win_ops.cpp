@@ -54,6 +54,13 @@ QString controls(const MainWindow& w)
     return s;
 }
 
+// Format, Version, zlib level and LZ4 mode as stored in Zarnel.ini.
+QList<int> storedChoices()
+{
+    return {setting("Format").toInt(), setting("Version").toInt(), setting("zlibCompressionLevel").toInt(),
+            setting("LZ4CompressionLevel").toInt()};
+}
+
 QStringList infoLines(const MainWindow& w)
 {
     return {w.ui->label_Ba2Info1->text(), w.ui->label_Ba2Info2->text(), w.ui->label_Ba2Info3->text()};
@@ -67,27 +74,14 @@ class TestWinOps : public QObject {
     std::unique_ptr<ScriptedDialogs> dialogs;
 
 private slots:
-    void init()
-    {
-        scratch = std::make_unique<TempWorkDir>();
-        dialogs = std::make_unique<ScriptedDialogs>();
-    }
-    void cleanup()
-    {
-        dialogs.reset();
-        scratch.reset();
-    }
-    void load_data();
-    void load();
-    void create_data();
-    void create();
-    void engines_data();
-    void engines();
+    void init() { scratch = std::make_unique<TempWorkDir>(); dialogs = std::make_unique<ScriptedDialogs>(); }
+    void cleanup() { dialogs.reset(); scratch.reset(); }
+    void load_data(); void load();
+    void create_data(); void create();
+    void engines_data(); void engines();
     void cancelledDialogs();
-    void listViews_data();
-    void listViews();
-    void assistance_data();
-    void assistance();
+    void listViews_data(); void listViews();
+    void assistance_data(); void assistance();
     void gathering();
 };
 
@@ -95,7 +89,6 @@ void TestWinOps::load_data()
 {
     QTest::addColumn<QString>("route");       // open, drop, startup or select
     QTest::addColumn<QByteArray>("content");  // of Arc/Mixed.BA2; null: the folder Data of the general tree
-    QTest::addColumn<bool>("cancel");         // the reading dialog, after three files
     QTest::addColumn<QStringList>("info");
     QTest::addColumn<QStringList>("list");
     QTest::addColumn<QString>("state");       // controls()
@@ -104,7 +97,7 @@ void TestWinOps::load_data()
     QTest::addColumn<int>("sources");
 
     const QByteArray big = testutil::patternBytes(50000, 11), small = testutil::patternBytes(900, 12);
-    testutil::Ba2Builder v1;
+    testutil::Ba2Builder v1, v2, v3, v3code0, chunks, general;
     v1.addGeneral("meshes/a.nif", big, Pack::Zlib);
     v1.addGeneral("meshes/b.nif", small, Pack::Zlib);
     v1.addGeneral("readme.txt", "plain", Pack::Stored);
@@ -113,65 +106,57 @@ void TestWinOps::load_data()
     const QStringList info1 = {"BA2 Ver.1 (3 files)", "Format: General",
                                QString::asprintf("Compression: zlib (%3.2f%%)", double(ratio1))};
     const QStringList names1 = {"meshes/a.nif", "meshes/b.nif", "readme.txt"};
-    testutil::Ba2Builder v2;
     v2.version = 2;
     v2.addGeneral("sound/x.wav", small, Pack::Stored);
-    testutil::Ba2Builder v3;
+    const QStringList info2 = {"BA2 Ver.2 (1 file)", "Format: General", "Compression: Non"};
     v3.version = 3;
     v3.texture = true;
-    v3.addTexture("textures/t.dds", 8, 8, 2, 28, {big.left(256), big.mid(256, 64)}, Pack::Lz4);
-    const float ratio3 =
-        float(float(v3.entries[0].chunks[0].packedSize + v3.entries[0].chunks[1].packedSize) / float(256 + 64) * 100.0);
-    testutil::Ba2Builder v3code0;
+    const testutil::TestEntry& t = v3.addTexture("textures/t.dds", 8, 8, 2, 28, {big.left(256), big.mid(256, 64)}, Pack::Lz4);
+    const float ratio3 = float(float(t.chunks[0].packedSize + t.chunks[1].packedSize) / float(256 + 64) * 100.0);
+    const QStringList info3 = {"BA2 Ver.3 (1 file)", "Format: DDS(Texture)",
+                               QString::asprintf("Compression: LZ4 (%3.2f%%)", double(ratio3))};
     v3code0.version = 3;
     v3code0.compressionCode = 0;
     v3code0.addGeneral("a.txt", "abc");
-    testutil::Ba2Builder chunks;
     chunks.texture = true;
     chunks.addTexture("t.dds", 4, 4, 17, 28, QVector<QByteArray>(17, "pixels"));
-    testutil::Ba2Builder general;
     general.addGeneral("a.txt", "abc");
     const QByteArray unknownType = general.build().replace(8, 4, "XXXX");
     const QStringList noInfo = {"", "", ""}, error = {"BA2 Error.", "", ""};
     const QString v3Box = "warn|This is Ver3-BA2 of a kind not yet supported.(code:0)|Please report to the author.";
     const QString chunkBox = "warn|The maximum number of chunks that Zarnel can process is 16.|";
-    const QString sixFiles = "6 files " + kRecommended;
+    const QString one = "1 file " + kRecommended, six = "6 files " + kRecommended, aborted = "info|Read Files.|Aborted.";
 
-    auto row = [](const char* name, const char* route, const QByteArray& content, bool cancel, const QStringList& info,
+    auto row = [](const char* name, const char* route, const QByteArray& content, const QStringList& info,
                   const QStringList& list, const char* state, const QStringList& boxes, const QString& status,
                   int sources) {
-        QTest::newRow(name) << QString(route) << content << cancel << info << list << QString(state) << boxes
-                            << status << sources;
+        QTest::newRow(name) << QString(route) << content << info << list << QString(state) << boxes << status << sources;
     };
-    row("open v1 zlib", "open", v1.build(), false, info1, names1, "E-CL", {}, "", 0);
-    row("open one file v2 stored", "open", v2.build(), false,
-        {"BA2 Ver.2 (1 file)", "Format: General", "Compression: Non"}, {"sound/x.wav"}, "E-CL", {}, "", 0);
-    row("open texture v3 lz4", "open", v3.build(), false,
-        {"BA2 Ver.3 (1 file)", "Format: DDS(Texture)", QString::asprintf("Compression: LZ4 (%3.2f%%)", double(ratio3))},
-        {"textures/t.dds"}, "E-CL", {}, "", 0);
-    row("drop archive", "drop", v1.build(), false, info1, names1, "E-CL", {}, "", 0);
-    row("startup archive", "startup", v1.build(), false, info1, names1, "E-CL", {}, "", 0);
+    row("open v1 zlib", "open", v1.build(), info1, names1, "E-CL", {}, "", 0);
+    row("open one file v2 stored", "open", v2.build(), info2, {"sound/x.wav"}, "E-CL", {}, "", 0);
+    row("open texture v3 lz4", "open", v3.build(), info3, {"textures/t.dds"}, "E-CL", {}, "", 0);
+    row("drop archive", "drop", v1.build(), info1, names1, "E-CL", {}, "", 0);
+    row("startup archive", "startup", v1.build(), info1, names1, "E-CL", {}, "", 0);
     // A .ba2 that is no archive: gathered, but through Open Archive neither listed nor assessed.
-    row("open no archive", "open", "hello, no archive", false, noInfo, {}, "---L", {}, "", 1);
-    row("drop no archive", "drop", "hello, no archive", false, noInfo, {"mixed.ba2"}, "-ACL", {}, "1 file " + kRecommended, 1);
-    row("drop three bytes", "drop", "BTD", false, noInfo, {"mixed.ba2"}, "-ACL", {}, "1 file " + kRecommended, 1);
-    row("open refused v3 code 0", "open", v3code0.build(), false, error, {}, "---L", {v3Box}, "", 0);
-    row("drop refused 17 chunks", "drop", chunks.build(), false, error, {}, "---L", {chunkBox, kReadError}, "", 0);
-    row("startup refused type", "startup", unknownType, false, error, {}, "---L", {kReadError}, "", 0);
-    row("drop refused no files", "drop", testutil::Ba2Builder().build(), false, error, {}, "---L", {kReadError}, "", 0);
-    row("drop folder", "drop", QByteArray(), false, noInfo, kGeneralOrder, "-ACL", {}, sixFiles, 6);
-    row("select folder", "select", QByteArray(), false, noInfo, kGeneralOrder, "-ACL", {}, sixFiles, 6);
-    row("startup folder", "startup", QByteArray(), false, noInfo, kGeneralOrder, "-ACL", {}, sixFiles, 6);
-    row("drop cancelled", "drop", QByteArray(), true, noInfo, {}, "---L", {"info|Read Files.|Aborted."}, "", 0);
+    row("open no archive", "open", "hello, no archive", noInfo, {}, "---L", {}, "", 1);
+    row("drop no archive", "drop", "hello, no archive", noInfo, {"mixed.ba2"}, "-ACL", {}, one, 1);
+    row("drop three bytes", "drop", "BTD", noInfo, {"mixed.ba2"}, "-ACL", {}, one, 1);
+    row("open refused v3 code 0", "open", v3code0.build(), error, {}, "---L", {v3Box}, "", 0);
+    row("drop refused 17 chunks", "drop", chunks.build(), error, {}, "---L", {chunkBox, kReadError}, "", 0);
+    row("startup refused type", "startup", unknownType, error, {}, "---L", {kReadError}, "", 0);
+    row("drop refused no files", "drop", testutil::Ba2Builder().build(), error, {}, "---L", {kReadError}, "", 0);
+    row("drop folder", "drop", QByteArray(), noInfo, kGeneralOrder, "-ACL", {}, six, 6);
+    row("select folder", "select", QByteArray(), noInfo, kGeneralOrder, "-ACL", {}, six, 6);
+    row("startup folder", "startup", QByteArray(), noInfo, kGeneralOrder, "-ACL", {}, six, 6);
+    row("drop cancelled", "drop", QByteArray(), noInfo, {}, "---L", {aborted}, "", 0);
     // No Clear List at start-up: the list stays hidden.
-    row("startup cancelled", "startup", QByteArray(), true, noInfo, {}, "----", {"info|Read Files.|Aborted."}, "", 0);
+    row("startup cancelled", "startup", QByteArray(), noInfo, {}, "----", {aborted}, "", 0);
 }
 
 void TestWinOps::load()
 {
     QFETCH(QString, route);
     QFETCH(QByteArray, content);
-    QFETCH(bool, cancel);
     QFETCH(QStringList, info);
     QFETCH(QStringList, list);
     QFETCH(QString, state);
@@ -183,6 +168,8 @@ void TestWinOps::load()
     const QString path = scratch->path(content.isNull() ? "Data" : "Arc/Mixed.BA2");
     QVERIFY(content.isNull() ? writeTree(scratch->path(), generalTree()) : testutil::writeFile(path, content));
     QVERIFY(testutil::writeFile(scratch->path("Other/extra.txt"), "x"));
+    // The reading dialog is cancelled after three files where the load is to be aborted.
+    const bool cancel = boxes.contains(QStringLiteral("info|Read Files.|Aborted."));
     std::unique_ptr<Canceller> canceller;
     auto arm = [&](MainWindow& w) {
         if (cancel)
@@ -225,28 +212,20 @@ void TestWinOps::load()
 void TestWinOps::create_data()
 {
     QTest::addColumn<bool>("textures");
-    QTest::addColumn<int>("verIndex");  // combo items picked; -1: as the assistance left it
-    QTest::addColumn<int>("zlibIndex");
-    QTest::addColumn<int>("lz4Index");
-    QTest::addColumn<int>("version");   // the settings that follow
-    QTest::addColumn<int>("zlib");
-    QTest::addColumn<int>("lz4");
-    QTest::newRow("general, assisted v2 zlib 1") << false << -1 << -1 << -1 << 2 << 1 << 1;
-    QTest::newRow("general v1 stored") << false << 0 << 9 << -1 << 1 << 0 << 1;
-    QTest::newRow("textures, assisted v3 lz4") << true << -1 << -1 << -1 << 3 << 1 << 1;
-    QTest::newRow("textures v3 lz4 stored") << true << -1 << -1 << 2 << 3 << 1 << 0;
-    QTest::newRow("textures v1 zlib 6") << true << 0 << 5 << -1 << 1 << 6 << 1;
+    QTest::addColumn<QList<int>>("picks");     // items of the version, zlib and LZ4 combos; -1: as assisted
+    QTest::addColumn<QList<int>>("settings");  // version, zlib level and LZ4 mode that follow
+    QTest::newRow("general, assisted v2 zlib 1") << false << QList<int>{-1, -1, -1} << QList<int>{2, 1, 1};
+    QTest::newRow("general v1 stored") << false << QList<int>{0, 9, -1} << QList<int>{1, 0, 1};
+    QTest::newRow("textures, assisted v3 lz4") << true << QList<int>{-1, -1, -1} << QList<int>{3, 1, 1};
+    QTest::newRow("textures v3 lz4 stored") << true << QList<int>{-1, -1, 2} << QList<int>{3, 1, 0};
+    QTest::newRow("textures v1 zlib 6") << true << QList<int>{0, 5, -1} << QList<int>{1, 6, 1};
 }
 
 void TestWinOps::create()
 {
     QFETCH(bool, textures);
-    QFETCH(int, verIndex);
-    QFETCH(int, zlibIndex);
-    QFETCH(int, lz4Index);
-    QFETCH(int, version);
-    QFETCH(int, zlib);
-    QFETCH(int, lz4);
+    QFETCH(QList<int>, picks);
+    QFETCH(QList<int>, settings);
     const QByteArray dds = testutil::readFile(testutil::samplesDir() + "/Blank.dds");
     QVERIFY(!dds.isEmpty());
     QVERIFY(writeTree(scratch->path(), textures ? Tree{{"Tex/Stone.dds", dds}, {"Tex/armor/plate.dds", dds}}
@@ -255,9 +234,9 @@ void TestWinOps::create()
     QVERIFY(QDir().mkpath(scratch->path("out")));
     auto w = startWindow();
     drop(*w, {folder});
-    if (verIndex >= 0) choose(w->ui->comboBox_Ver, verIndex);
-    if (zlibIndex >= 0) choose(w->ui->comboBox_zlibComp, zlibIndex);
-    if (lz4Index >= 0) choose(w->ui->comboBox_LZ4Comp, lz4Index);
+    const QList<QComboBox*> combos = {w->ui->comboBox_Ver, w->ui->comboBox_zlibComp, w->ui->comboBox_LZ4Comp};
+    for (int i = 0; i < 3; ++i)
+        if (picks[i] >= 0) choose(combos[i], picks[i]);
     dialogs->answers << target;
     w->ui->pushButton_Archive->click();
 
@@ -265,17 +244,15 @@ void TestWinOps::create()
     QCOMPARE(dialogs->boxes, QStringList{"info|Save Archive|Complete."});
     QCOMPARE(controls(*w), QStringLiteral("-ACL"));
     QCOMPARE(setting("CreateArchiveDir").toString(), scratch->path("out/"));
-    QCOMPARE((QList<int>{setting("Format").toInt(), setting("Version").toInt(), setting("zlibCompressionLevel").toInt(),
-                         setting("LZ4CompressionLevel").toInt()}),
-             (QList<int>{textures, version, zlib, lz4}));
+    QCOMPARE(storedChoices(), QList<int>{textures} + settings);
     QCOMPARE(QDir(scratch->path("out")).entryList(QDir::Files), QStringList{"new.ba2"});
     const QByteArray bytes = testutil::readFile(target);
-    QCOMPARE(bytes.mid(4, 8), QByteArray(1, char(version)) + QByteArray(3, '\0') + (textures ? "DX10" : "GNRL"));
+    QCOMPARE(bytes.mid(4, 8), QByteArray(1, char(settings[0])) + QByteArray(3, '\0') + (textures ? "DX10" : "GNRL"));
     // The command-line front end writes the same bytes for these settings.
     QProcess cli;
     cli.start(ZARNEL_CLI_PATH, {"create", "--format", textures ? "texture" : "general", "--version",
-                                QString::number(version), "--zlib", QString::number(zlib), "--lz4",
-                                QString::number(lz4), "-o", scratch->path("reference.ba2"), folder});
+                                QString::number(settings[0]), "--zlib", QString::number(settings[1]), "--lz4",
+                                QString::number(settings[2]), "-o", scratch->path("reference.ba2"), folder});
     QVERIFY(cli.waitForFinished(60000));
     QCOMPARE(cli.exitCode(), 0);
     QVERIFY(testutil::readFile(scratch->path("reference.ba2")) == bytes);
@@ -479,9 +456,7 @@ void TestWinOps::assistance()
     }
     drop(*w, {scratch->path("Mix")});
     QCOMPARE(w->statusBar()->currentMessage(), message);
-    QCOMPARE((QList<int>{setting("Format").toInt(), setting("Version").toInt(), setting("zlibCompressionLevel").toInt(),
-                         setting("LZ4CompressionLevel").toInt()}),
-             settings);
+    QCOMPARE(storedChoices(), settings);
     QCOMPARE((QList<int>{w->ui->comboBox_Format->currentIndex(), w->ui->comboBox_Ver->currentIndex() + 1}),
              settings.mid(0, 2));
     QCOMPARE(controls(*w), QStringLiteral("-ACL"));

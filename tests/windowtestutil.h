@@ -31,34 +31,20 @@ public:
         asked << what + QLatin1Char('|') + dir + QLatin1Char('|') + extra;
         return answers.isEmpty() ? QString() : answers.takeFirst();
     }
-    QString getExistingDirectory(QWidget*, const QString& caption, const QString& dir,
-                                 QFileDialog::Options options) override
-    {
-        return answer(QStringLiteral("dir ") + caption, dir, QString::number(int(options)));
-    }
-    QString getOpenFileName(QWidget*, const QString& caption, const QString& dir, const QString& filter) override
-    {
-        return answer(QStringLiteral("open ") + caption, dir, filter);
-    }
-    QString getSaveFileName(QWidget*, const QString& caption, const QString& dir, const QString& filter) override
-    {
-        return answer(QStringLiteral("save ") + caption, dir, filter);
-    }
+    QString getExistingDirectory(QWidget*, const QString& c, const QString& d, QFileDialog::Options o) override
+    { return answer("dir " + c, d, QString::number(int(o))); }
+    QString getOpenFileName(QWidget*, const QString& c, const QString& d, const QString& f) override
+    { return answer("open " + c, d, f); }
+    QString getSaveFileName(QWidget*, const QString& c, const QString& d, const QString& f) override
+    { return answer("save " + c, d, f); }
     void showMessage(QMessageBox::Icon icon, const QString& text, const QString& informative) override
     {
         const char* kind = icon == QMessageBox::Information ? "info|" : icon == QMessageBox::Warning ? "warn|" : "other|";
-        boxes << QLatin1String(kind) + text + QLatin1Char('|') + informative;
+        boxes << kind + text + QLatin1Char('|') + informative;
     }
-    void about(QWidget*, const QString& title, const QString& text) override
-    {
-        boxes << QStringLiteral("about|") + title + QLatin1Char('|') + text;
-    }
-    void aboutQt(QWidget*, const QString& title) override { boxes << QStringLiteral("aboutQt|") + title; }
-    bool openUrl(const QUrl& url) override
-    {
-        urls << url;
-        return true;
-    }
+    void about(QWidget*, const QString& title, const QString& text) override { boxes << "about|" + title + '|' + text; }
+    void aboutQt(QWidget*, const QString& title) override { boxes << "aboutQt|" + title; }
+    bool openUrl(const QUrl& url) override { urls << url; return true; }
 };
 
 // Makes a fresh temporary folder the working directory for its lifetime.
@@ -66,7 +52,8 @@ class TempWorkDir {
 public:
     TempWorkDir() : previous(QDir::currentPath()) { QDir::setCurrent(dir.path()); }
     ~TempWorkDir() { QDir::setCurrent(previous); }
-    QString path(const QString& relative = QString()) const { return relative.isEmpty() ? dir.path() : dir.filePath(relative); }
+    QString path(const QString& relative = QString()) const
+    { return relative.isEmpty() ? dir.path() : dir.filePath(relative); }
 
 private:
     QTemporaryDir dir;
@@ -130,7 +117,8 @@ using Tree = QMap<QString, QByteArray>;  // relative path -> content
 inline bool writeTree(const QString& root, const Tree& tree)
 {
     bool ok = QDir().mkpath(root);
-    for (auto it = tree.begin(); it != tree.end(); ++it) ok = testutil::writeFile(root + QLatin1Char('/') + it.key(), it.value()) && ok;
+    for (auto it = tree.begin(); it != tree.end(); ++it)
+        ok = testutil::writeFile(root + QLatin1Char('/') + it.key(), it.value()) && ok;
     return ok;
 }
 
