@@ -2,6 +2,7 @@
 
 #include "app/dialogs.h"
 #include "app/progressadapters.h"
+#include "archive/extractor.h"
 #include "archive/status.h"
 #include "creation/writer.h"
 
@@ -15,7 +16,7 @@ int saveArchive(SourceList& sources, QString targetPath, bool isTexture, int ver
 
     DialogProgress adapter(progress);
     const WriteResult result =
-        writeArchive(sources, targetPath, isTexture, version, zlibLevel, lz4Mode, adapter);
+        writeArchive(sources, targetPath, isTexture, version, zlibLevel, lz4Mode, adapter, defaultJobCount());
     if (result.status == ArchiveStatus::Complete) {
         progress->setMaximum(100);
         progress->setValue(100);
