@@ -32,6 +32,8 @@ const char kUsage[] =
     "                             library for the zlib streams (default auto:\n"
     "                             libdeflate where it packs as well and faster;\n"
     "                             zlib gives the streams of qCompress exactly)\n"
+    "  -j, --jobs N               threads that read and compress (default: one per\n"
+    "                             core); the archive is the same for any number\n"
     "  -h, --help                 show this help\n"
     "\n"
     "Options left out are chosen by the creation assistance for the gathered files.\n";
