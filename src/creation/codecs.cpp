@@ -1,6 +1,7 @@
 #include "creation/codecs.h"
 
 #include <lz4.h>
+#include <zlib.h>
 
 #include <climits>
 #include <cstring>
@@ -56,10 +57,14 @@ int64_t ZlibCompressor::compress(const char* source, uint32_t length, char* dest
         return n > 0 ? int64_t(n) : -1;
     }
 #endif
-    const QByteArray framed = compressZlib(source, length, level);
-    if (framed.size() < 4 || uint64_t(framed.size() - 4) > capacity) return -1;
-    std::memcpy(destination, framed.constData() + 4, size_t(framed.size() - 4));
-    return framed.size() - 4;
+    // qCompress is compress2 behind a size prefix; called directly it writes the very same
+    // stream straight into the caller's buffer, without a second copy of the block.
+    uLongf produced = uLongf(capacity);
+    if (compress2(reinterpret_cast<Bytef*>(destination), &produced, reinterpret_cast<const Bytef*>(source),
+                  uLong(length), level)
+        != Z_OK)
+        return -1;
+    return int64_t(produced);
 }
 
 #ifdef ZARNEL_HAVE_LIBDEFLATE
