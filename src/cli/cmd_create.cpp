@@ -2,6 +2,7 @@
 
 #include "archive/format.h"
 #include "archive/status.h"
+#include "cli/output.h"
 #include "cli/terminalprogress.h"
 #include "creation/assistance.h"
 #include "creation/gather.h"
@@ -37,26 +38,6 @@ const char kUsage[] =
     "  -h, --help                 show this help\n"
     "\n"
     "Options left out are chosen by the creation assistance for the gathered files.\n";
-
-void printOut(const QString& text)
-{
-    std::fputs(text.toUtf8().constData(), stdout);
-    std::fputc('\n', stdout);
-    std::fflush(stdout);
-}
-
-void printErr(const QString& text)
-{
-    std::fputs(("zarnel-cli create: " + text).toUtf8().constData(), stderr);
-    std::fputc('\n', stderr);
-}
-
-int usageError(const QString& text)
-{
-    printErr(text);
-    std::fputs("Try 'zarnel-cli create --help'.\n", stderr);
-    return 2;
-}
 
 std::optional<int> parseChoice(const QString& text, int low, int high)
 {
@@ -102,43 +83,43 @@ int runCreate(const QStringList& args, int jobs)
                            || arg == QLatin1String("--format") || arg == QLatin1String("--version")
                            || arg == QLatin1String("--zlib") || arg == QLatin1String("--lz4")
                            || arg == QLatin1String("--zlib-engine");
-        if (!known) return usageError(QStringLiteral("unknown option '%1'").arg(args[i]));
+        if (!known) return usageError("zarnel-cli create", QStringLiteral("unknown option '%1'").arg(args[i]));
         if (!hasValue) {
-            if (i + 1 >= args.size()) return usageError(QStringLiteral("option '%1' needs a value").arg(arg));
+            if (i + 1 >= args.size()) return usageError("zarnel-cli create", QStringLiteral("option '%1' needs a value").arg(arg));
             value = args[++i];
         }
 
         if (arg == QLatin1String("-o") || arg == QLatin1String("--output")) {
-            if (value.isEmpty()) return usageError(QStringLiteral("the archive name is empty"));
+            if (value.isEmpty()) return usageError("zarnel-cli create", QStringLiteral("the archive name is empty"));
             output = value;
         } else if (arg == QLatin1String("--format")) {
             if (value == QLatin1String("general")) format = 0;
             else if (value == QLatin1String("texture")) format = 1;
-            else return usageError(QStringLiteral("--format takes general or texture, not '%1'").arg(value));
+            else return usageError("zarnel-cli create", QStringLiteral("--format takes general or texture, not '%1'").arg(value));
         } else if (arg == QLatin1String("--version")) {
             version = parseChoice(value, 1, 3);
-            if (!version) return usageError(QStringLiteral("--version takes 1, 2 or 3, not '%1'").arg(value));
+            if (!version) return usageError("zarnel-cli create", QStringLiteral("--version takes 1, 2 or 3, not '%1'").arg(value));
         } else if (arg == QLatin1String("--zlib-engine")) {
             if (value == QLatin1String("auto")) engine = ZlibEngine::Auto;
             else if (value == QLatin1String("zlib")) engine = ZlibEngine::Zlib;
             else if (value == QLatin1String("libdeflate")) engine = ZlibEngine::Libdeflate;
-            else return usageError(QStringLiteral("--zlib-engine takes auto, zlib or libdeflate, not '%1'").arg(value));
+            else return usageError("zarnel-cli create", QStringLiteral("--zlib-engine takes auto, zlib or libdeflate, not '%1'").arg(value));
         } else if (arg == QLatin1String("--zlib")) {
             zlib = parseChoice(value, 0, 9);
-            if (!zlib) return usageError(QStringLiteral("--zlib takes 0 to 9, not '%1'").arg(value));
+            if (!zlib) return usageError("zarnel-cli create", QStringLiteral("--zlib takes 0 to 9, not '%1'").arg(value));
         } else {
             lz4 = parseChoice(value, 0, 2);
-            if (!lz4) return usageError(QStringLiteral("--lz4 takes 0, 1 or 2, not '%1'").arg(value));
+            if (!lz4) return usageError("zarnel-cli create", QStringLiteral("--lz4 takes 0, 1 or 2, not '%1'").arg(value));
         }
     }
-    if (output.isEmpty()) return usageError(QStringLiteral("no archive named (-o ARCHIVE)"));
-    if (paths.isEmpty()) return usageError(QStringLiteral("no folder or file to archive"));
+    if (output.isEmpty()) return usageError("zarnel-cli create", QStringLiteral("no archive named (-o ARCHIVE)"));
+    if (paths.isEmpty()) return usageError("zarnel-cli create", QStringLiteral("no folder or file to archive"));
     if (version == 3 && format == 0)
-        return usageError(QStringLiteral("version 3 holds textures only (--format texture)"));
+        return usageError("zarnel-cli create", QStringLiteral("version 3 holds textures only (--format texture)"));
 
     for (const QString& path : paths) {
         if (!QFileInfo::exists(path)) {
-            printErr(QStringLiteral("%1: no such file or folder").arg(path));
+            printErr("zarnel-cli create", QStringLiteral("%1: no such file or folder").arg(path));
             return 1;
         }
     }
@@ -148,12 +129,12 @@ int runCreate(const QStringList& args, int jobs)
     state.sources = &sources;
     state.table = &defaultNameHashTable();
     if (gatherPaths(state, paths, nullptr) != 1) {
-        printErr(QStringLiteral("a gathered path cannot be stored in an archive"));
+        printErr("zarnel-cli create", QStringLiteral("a gathered path cannot be stored in an archive"));
         printOut(QStringLiteral("File Error"));
         return 1;
     }
     if (sources.isEmpty()) {
-        printErr(QStringLiteral("no files found to archive"));
+        printErr("zarnel-cli create", QStringLiteral("no files found to archive"));
         return 1;
     }
 
@@ -163,7 +144,7 @@ int runCreate(const QStringList& args, int jobs)
     // Version 3 holds textures only. The assistance offers it with the texture format alone,
     // so a general archive asked for on the command line takes version 2 instead.
     if (archiveFormat == 0 && archiveVersion == 3) {
-        if (version) return usageError(QStringLiteral("version 3 holds textures only, and these files make a "
+        if (version) return usageError("zarnel-cli create", QStringLiteral("version 3 holds textures only, and these files make a "
                                                       "general archive (--format texture forces it)"));
         archiveVersion = 2;
     }
@@ -184,6 +165,6 @@ int runCreate(const QStringList& args, int jobs)
     if (r.status == ArchiveStatus::UnsupportedFormat) detail = QStringLiteral("Unsupported texture format.");
     if (detail.isEmpty()) detail = QStringLiteral("Save Archive Error.");
     printOut(detail);
-    if (!r.failedFile.isEmpty()) printErr(QStringLiteral("failed at: %1").arg(r.failedFile));
+    if (!r.failedFile.isEmpty()) printErr("zarnel-cli create", QStringLiteral("failed at: %1").arg(r.failedFile));
     return 1;
 }

@@ -3,6 +3,7 @@
 #include "archive/archivereader.h"
 #include "archive/extractor.h"
 #include "archive/status.h"
+#include "cli/output.h"
 #include "cli/terminalprogress.h"
 
 #include "cli/cmd_create.h"
@@ -36,29 +37,10 @@ const char* const kUsage =
     "\n"
     "Exit status: 0 success, 1 failure, 2 usage error.\n";
 
-void out(const QString& line)
-{
-    std::fputs(line.toUtf8().constData(), stdout);
-    std::fputc('\n', stdout);
-}
-
-void err(const QString& line)
-{
-    std::fputs(("zarnel-cli: " + line).toUtf8().constData(), stderr);
-    std::fputc('\n', stderr);
-}
-
-int usageError(const QString& message)
-{
-    err(message);
-    std::fputs("Try 'zarnel-cli --help' for more information.\n", stderr);
-    return 2;
-}
-
 bool openArchive(ArchiveReader& reader, const QString& path, Progress& progress)
 {
     if (reader.open(path, progress)) return true;
-    err(QStringLiteral("%1: %2").arg(path, reader.errorText()));
+    printErr("zarnel-cli", QStringLiteral("%1: %2").arg(path, reader.errorText()));
     return false;
 }
 
@@ -108,43 +90,43 @@ int main(int argc, char** argv)
         }
         bool ok = false;
         jobs = value.toInt(&ok);
-        if (!ok || jobs < 1 || jobs > 256) return usageError(QStringLiteral("--jobs needs a number from 1 to 256"));
+        if (!ok || jobs < 1 || jobs > 256) return usageError("zarnel-cli", QStringLiteral("--jobs needs a number from 1 to 256"));
         --i;
     }
-    if (args.isEmpty()) return usageError(QStringLiteral("missing command"));
+    if (args.isEmpty()) return usageError("zarnel-cli", QStringLiteral("missing command"));
     const QString command = args.takeFirst();
     if (command == "-h" || command == "--help") {
         std::fputs(kUsage, stdout);
         return 0;
     }
     if (command == "--version") {
-        out(QStringLiteral("zarnel-cli " ZARNEL_VERSION));
+        printOut(QStringLiteral("zarnel-cli " ZARNEL_VERSION));
         return 0;
     }
     if (command == "create") return runCreate(args, jobs);
     if (args.contains("--help") || args.contains("-h")) return commandHelp(command);
 
     if (command == "info" || command == "list" || command == "verify") {
-        if (args.size() != 1) return usageError(QStringLiteral("%1 takes exactly one ARCHIVE").arg(command));
+        if (args.size() != 1) return usageError("zarnel-cli", QStringLiteral("%1 takes exactly one ARCHIVE").arg(command));
         ArchiveReader reader;
         NullProgress quiet;
         if (!openArchive(reader, args[0], quiet)) return 1;
         if (command == "info") {
-            out(archiveInfoLine1(reader));
-            out(archiveInfoLine2(reader));
-            out(archiveInfoLine3(reader));
+            printOut(archiveInfoLine1(reader));
+            printOut(archiveInfoLine2(reader));
+            printOut(archiveInfoLine3(reader));
         } else if (command == "list") {
-            for (uint32_t i = 0; i < reader.fileCount; ++i) out(reader.nameOf(i));
+            for (uint32_t i = 0; i < reader.fileCount; ++i) printOut(reader.nameOf(i));
         } else {
             QString fault;
             const bool ok = verifyArchive(reader, fault, jobs);
-            out(ok ? QStringLiteral("OK") : fault);
+            printOut(ok ? QStringLiteral("OK") : fault);
             return ok ? 0 : 1;
         }
         return 0;
     }
     if (command == "extract") {
-        if (args.size() != 2) return usageError(QStringLiteral("extract takes ARCHIVE and DIR"));
+        if (args.size() != 2) return usageError("zarnel-cli", QStringLiteral("extract takes ARCHIVE and DIR"));
         ArchiveReader reader;
         TerminalProgress progress("Reading");
         if (!openArchive(reader, args[0], progress)) return 1;
@@ -153,13 +135,13 @@ int main(int argc, char** argv)
         const ExtractResult result = extractArchive(reader, args[1], extracting, jobs);
         extracting.finish();
         if (result.status == ArchiveStatus::Complete || result.status == ArchiveStatus::Aborted) {
-            out(extractOutcomeText(result.status));
+            printOut(extractOutcomeText(result.status));
         } else {
-            out(extractFailureText(result));
-            if (!result.failedName.isEmpty()) err(QStringLiteral("failed at: %1").arg(result.failedName));
-            if (result.status == ArchiveStatus::SystemError) err(QStringLiteral("%1: no such folder").arg(args[1]));
+            printOut(extractFailureText(result));
+            if (!result.failedName.isEmpty()) printErr("zarnel-cli", QStringLiteral("failed at: %1").arg(result.failedName));
+            if (result.status == ArchiveStatus::SystemError) printErr("zarnel-cli", QStringLiteral("%1: no such folder").arg(args[1]));
         }
         return result.status == ArchiveStatus::Complete ? 0 : 1;
     }
-    return usageError(QStringLiteral("unknown command '%1'").arg(command));
+    return usageError("zarnel-cli", QStringLiteral("unknown command '%1'").arg(command));
 }
