@@ -40,7 +40,10 @@ constexpr uint64_t kBytesInFlight = 64u << 20;
 // A work buffer above this size is given back once a much smaller file follows.
 constexpr uint64_t kKeptBufferSize = 8u << 20;
 // What the idle slots of the worker window may keep allocated between their files, together.
-constexpr uint64_t kIdleBufferBytes = 256u << 20;
+constexpr uint64_t kIdleBufferBytes = 64u << 20;
+// Files a worker may run ahead of the writer. Sizes differ a thousandfold, so a worker must be
+// able to go on with many small files while another compresses a large one.
+constexpr size_t kFilesPerWorker = 8;
 constexpr uint64_t kEarlyWriteStep = 8u << 20;
 
 Codec codecFor(int version, int zlibLevel, int lz4Mode)
@@ -69,13 +72,13 @@ public:
         capacity = size;
         return true;
     }
-    void release(uint64_t keep)
+    void release()
     {
-        if (capacity <= keep) return;
         bytes.reset();
         capacity = 0;
     }
     char* data() { return bytes.get(); }
+    uint64_t size() const { return capacity; }
 
 private:
     std::unique_ptr<char[]> bytes;
@@ -244,11 +247,11 @@ public:
         return ArchiveStatus::Complete;
     }
 
-    // Gives back work buffers larger than keep bytes each.
-    void releaseBuffers(uint64_t keep)
+    uint64_t bufferBytes() const { return readBuffer.size() + packBuffer.size(); }
+    void releaseBuffers()
     {
-        readBuffer.release(keep);
-        packBuffer.release(keep);
+        readBuffer.release();
+        packBuffer.release();
     }
 
     TextureLayout layout;
@@ -285,10 +288,8 @@ public:
         : sources(sources), chunkCounts(chunkCounts)
     {
         const int workers = jobs > 1 ? std::min(jobs, 64) : 0;
-        // Two files per worker: one being encoded, one waiting to be written.
-        const size_t slotCount = workers ? size_t(2 * workers) : 1;
+        const size_t slotCount = workers ? kFilesPerWorker * size_t(workers) : 1;
         for (size_t i = 0; i < slotCount; ++i) window.emplace_back(new Slot(settings));
-        idleKeep = std::max<uint64_t>(4u << 20, kIdleBufferBytes / (2 * slotCount));
         for (int w = 0; w < workers; ++w) {
             try {
                 threads.emplace_back([this] { work(); });
@@ -330,12 +331,18 @@ public:
     {
         if (threads.empty()) return;
         Slot& slot = *window[i % window.size()];
-        // An idle slot keeps only modest buffers, so that the window's memory follows the files
-        // in flight rather than the largest files ever met.
-        slot.encoder.releaseBuffers(idleKeep);
         bool wakeWorkers;
         {
             std::lock_guard<std::mutex> lock(mutex);
+            // Idle slots keep their buffers for the next file only up to a common budget, so that
+            // memory follows the files in flight rather than the largest files ever met.
+            const uint64_t held = slot.encoder.bufferBytes();
+            if (idleBytes + held <= kIdleBufferBytes) {
+                idleBytes += held;
+                slot.idleBytes = held;
+            } else {
+                slot.encoder.releaseBuffers();
+            }
             bytesInFlight -= slot.bytes;
             slot.bytes = 0;
             consumed = i + 1;
@@ -349,7 +356,8 @@ private:
         explicit Slot(const EncodeSettings& settings) : encoder(settings) {}
         FileEncoder encoder;
         size_t readyFile = SIZE_MAX;
-        uint64_t bytes = 0;
+        uint64_t bytes = 0;      // the file's share of bytesInFlight
+        uint64_t idleBytes = 0;  // its buffers' share of idleBytes
         int status = 0;
     };
 
@@ -383,6 +391,8 @@ private:
             if (stopping) return;
             i = next++;
             slot = window[i % window.size()].get();
+            idleBytes -= slot->idleBytes;
+            slot->idleBytes = 0;
             lock.unlock();
             const int status = slot->encoder.encode(sourcePathOf(sources[i]), expectedChunks(i), admit, &stop);
             lock.lock();
@@ -400,7 +410,7 @@ private:
     std::condition_variable wake;  // workers: room in the window or the budget, or stop
     std::condition_variable done;  // caller: a file is ready
     std::atomic<bool> stop{false};
-    uint64_t idleKeep = 0;
+    uint64_t idleBytes = 0;
     size_t next = 0;
     size_t consumed = 0;
     uint64_t bytesInFlight = 0;
