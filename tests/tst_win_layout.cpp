@@ -209,7 +209,8 @@ void TestWinLayout::menus_data()
                                  << QStringList{"Open Archive", "Create Archive from Folder", "Upgrade Archive", "-",
                                                 "Settings..."};
     QTest::newRow("menuDisplay") << "menubar" << "Display" << QStringList{">List View", ">Theme"};
-    QTest::newRow("menuList_View") << "menuDisplay" << "List View" << QStringList{"Full", "Max 1000 Items", "Not shown"};
+    QTest::newRow("menuList_View") << "menuDisplay" << "List View"
+                                   << QStringList{"Full", "Max 1000 Items", "Not shown"};
     QTest::newRow("menuTheme") << "menuDisplay" << "Theme" << QStringList{"Wiindows default", "Starfield", "Fallout"};
     QTest::newRow("menuHelp") << "menubar" << "Help"
                               << QStringList{"About Zarnel (Zarnel Archive Manager)", "About Qt", ">BAADF00D"};
@@ -229,7 +230,9 @@ void TestWinLayout::menus()
     QCOMPARE(asMenu ? asMenu->title() : QString(), title);
     QStringList actual;
     for (QAction* a : menu->actions())
-        actual << (a->isSeparator() ? QStringLiteral("-") : a->menu() ? QLatin1Char('>') + a->menu()->title() : a->text());
+        actual << (a->isSeparator() ? QStringLiteral("-")
+                   : a->menu()      ? QLatin1Char('>') + a->menu()->title()
+                                    : a->text());
     QCOMPARE(actual, entries);
     // Submenus open even when every entry inside is greyed out.
     if (asMenu) QVERIFY(asMenu->menuAction()->isEnabled());

@@ -21,7 +21,8 @@ Tree generalTree()
 {
     return {{"Data/b.txt", testutil::patternBytes(3000, 1)}, {"Data/a_b.txt", testutil::patternBytes(10, 2)},
             {"Data/ab.txt", testutil::patternBytes(70000, 3)}, {"Data/a.txt", QByteArray()},
-            {"Data/a/x.txt", testutil::patternBytes(500, 4, false)}, {"Data/Sub/File.TXT", testutil::patternBytes(1234, 5)}};
+            {"Data/a/x.txt", testutil::patternBytes(500, 4, false)},
+            {"Data/Sub/File.TXT", testutil::patternBytes(1234, 5)}};
 }
 const QStringList kGeneralOrder = {"data/a.txt",  "data/ab.txt",  "data/a_b.txt",
                                    "data/b.txt",  "data/a/x.txt", "data/sub/file.txt"};
@@ -31,7 +32,8 @@ QByteArray generalArchive()
 {
     testutil::Ba2Builder b;
     const Tree tree = generalTree();
-    for (auto it = tree.begin(); it != tree.end(); ++it) b.addGeneral(it.key().toLower().toLatin1(), it.value(), Pack::Zlib);
+    for (auto it = tree.begin(); it != tree.end(); ++it)
+        b.addGeneral(it.key().toLower().toLatin1(), it.value(), Pack::Zlib);
     return b.build();
 }
 
@@ -111,7 +113,8 @@ void TestWinOps::load_data()
     const QStringList info2 = {"BA2 Ver.2 (1 file)", "Format: General", "Compression: Non"};
     v3.version = 3;
     v3.texture = true;
-    const testutil::TestEntry& t = v3.addTexture("textures/t.dds", 8, 8, 2, 28, {big.left(256), big.mid(256, 64)}, Pack::Lz4);
+    const testutil::TestEntry& t =
+        v3.addTexture("textures/t.dds", 8, 8, 2, 28, {big.left(256), big.mid(256, 64)}, Pack::Lz4);
     const float ratio3 = float(float(t.chunks[0].packedSize + t.chunks[1].packedSize) / float(256 + 64) * 100.0);
     const QStringList info3 = {"BA2 Ver.3 (1 file)", "Format: DDS(Texture)",
                                QString::asprintf("Compression: LZ4 (%3.2f%%)", double(ratio3))};
@@ -125,12 +128,14 @@ void TestWinOps::load_data()
     const QStringList noInfo = {"", "", ""}, error = {"BA2 Error.", "", ""};
     const QString v3Box = "warn|This is Ver3-BA2 of a kind not yet supported.(code:0)|Please report to the author.";
     const QString chunkBox = "warn|The maximum number of chunks that Zarnel can process is 16.|";
-    const QString one = "1 file " + kRecommended, six = "6 files " + kRecommended, aborted = "info|Read Files.|Aborted.";
+    const QString one = "1 file " + kRecommended, six = "6 files " + kRecommended;
+    const QString aborted = "info|Read Files.|Aborted.";
 
     auto row = [](const char* name, const char* route, const QByteArray& content, const QStringList& info,
                   const QStringList& list, const char* state, const QStringList& boxes, const QString& status,
                   int sources) {
-        QTest::newRow(name) << QString(route) << content << info << list << QString(state) << boxes << status << sources;
+        QTest::newRow(name) << QString(route) << content << info << list << QString(state) << boxes << status
+                            << sources;
     };
     row("open v1 zlib", "open", v1.build(), info1, names1, "E-CL", {}, "earlier", 0);
     row("open one file v2 stored", "open", v2.build(), info2, {"sound/x.wav"}, "E-CL", {}, "earlier", 0);
@@ -282,8 +287,8 @@ void TestWinOps::engines_data()
         << "create texture" << QByteArray() << QStringList{"warn|Save Archive|Save Archive Error.\n DDS File Error."}
         << six << Tree();
     // The writer refuses an empty list without a word.
-    QTest::newRow("create from an empty folder") << "create empty" << QByteArray() << QStringList() << "0 file " + kRecommended
-                                                 << Tree();
+    QTest::newRow("create from an empty folder")
+        << "create empty" << QByteArray() << QStringList() << "0 file " + kRecommended << Tree();
     QTest::newRow("extract") << "extract" << generalArchive() << QStringList{"info|Extract All|Complete."}
                              << " Extract All Complete!" << extracted;
     // A chosen folder that already ends in '/' gets no second one.
@@ -307,7 +312,8 @@ void TestWinOps::engines()
     const bool create = run.startsWith("create");
     const QString out = scratch->path("out"), source = scratch->path(create ? "Data" : "a.ba2");
     QVERIFY(QDir().mkpath(out));
-    QVERIFY(create ? writeTree(run.endsWith("empty") ? source : scratch->path(), run.endsWith("empty") ? Tree() : generalTree())
+    const bool empty = run.endsWith("empty");
+    QVERIFY(create ? writeTree(empty ? source : scratch->path(), empty ? Tree() : generalTree())
                    : testutil::writeFile(source, archive));
     auto w = startWindow();
     if (create) {
@@ -370,7 +376,8 @@ void TestWinOps::listViews_data()
     QTest::addColumn<QString>("last");
     const QString abbreviated = "<<< This is an abbreviated list view >>>";
     const QString archiveMarker = "<<< All data is loaded, although the list is not displayed to speed things up.>>>";
-    const QString sourcesMarker = "<<< All data is loaded, although the list is not displayed to Improve performance.>>>";
+    const QString sourcesMarker =
+        "<<< All data is loaded, although the list is not displayed to Improve performance.>>>";
     QTest::newRow("archive 1001, max 1000") << true << 1001 << "action_1000_Items" << 1001 << abbreviated;
     QTest::newRow("archive 1000, max 1000") << true << 1000 << "action_1000_Items" << 1000 << "1,000: f0999.txt";
     QTest::newRow("archive 1234, full") << true << 1234 << "action_Full" << 1234 << "1,234: f1233.txt";
@@ -392,19 +399,17 @@ void TestWinOps::listViews()
     QFETCH(QString, last);
     auto w = startWindow();
     w->findChild<QAction*>(view)->trigger();
-    auto name = [&](int i) { return (archive ? "" : "big/") + QStringLiteral("f%1.txt").arg(i, 4, 10, QLatin1Char('0')); };
+    auto name = [&](int i) {
+        return (archive ? "" : "big/") + QStringLiteral("f%1.txt").arg(i, 4, 10, QLatin1Char('0'));
+    };
     testutil::Ba2Builder b;
-    QVERIFY(QDir().mkpath(scratch->path("Big")));
+    QVERIFY(QDir().mkpath(scratch->path("big")));
     for (int i = 0; i < count; ++i) {
         if (archive) b.addGeneral(name(i).toLatin1(), QByteArray::number(i));
-        else QVERIFY(testutil::writeFile(scratch->path("Big/f%1.txt").arg(i, 4, 10, QLatin1Char('0')), "x"));
+        else QVERIFY(testutil::writeFile(scratch->path(name(i)), "x"));
     }
-    if (archive) {
-        QVERIFY(testutil::writeFile(scratch->path("many.ba2"), b.build()));
-        drop(*w, {scratch->path("many.ba2")});
-    } else {
-        drop(*w, {scratch->path("Big")});
-    }
+    QVERIFY(!archive || testutil::writeFile(scratch->path("many.ba2"), b.build()));
+    drop(*w, {scratch->path(archive ? "many.ba2" : "big")});
     QVERIFY(dialogs->boxes.isEmpty());
     const QStringList texts = listTexts(*w);
     QCOMPARE(texts.size(), items);
@@ -472,7 +477,8 @@ void TestWinOps::gathering()
     for (const char* name : {"a.ba2", "one/First.ba2", "two/second.ba2"})
         QVERIFY(testutil::writeFile(scratch->path(name), b.build()));
     QVERIFY(writeTree(scratch->path(), generalTree()));
-    QVERIFY(writeTree(scratch->path(), {{"Other/Data/b.txt", "dup"}, {"Other/Data/new.txt", "new"}, {"Single.nif", "1"}}));
+    QVERIFY(writeTree(scratch->path(),
+                      {{"Other/Data/b.txt", "dup"}, {"Other/Data/new.txt", "new"}, {"Single.nif", "1"}}));
     auto w = startWindow();
     dialogs->answers << scratch->path("a.ba2") << scratch->path("a.ba2");
     w->ui->pushButton_File->click();

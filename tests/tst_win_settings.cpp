@@ -62,7 +62,8 @@ void TestWinSettings::startup_data()
                              "SingleMipChunkAreaWidth=512\nSingleMipChunkAreaHeight=512\nListView=2\nTheme=0\n";
     const QVector<int> validMembers = {1, 3, 9, 2, 1, 1, 4, 512, 512, 2, 0};
     // The valid file with one entry replaced, and the members with one value replaced.
-    auto row = [&](const char* name, const QByteArray& from, const QByteArray& to, int index, int value, bool rewritten) {
+    auto row = [&](const char* name, const QByteArray& from, const QByteArray& to, int index, int value,
+                   bool rewritten) {
         QByteArray file = valid;
         QVector<int> expected = validMembers;
         expected[index] = value;

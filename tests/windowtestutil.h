@@ -39,7 +39,8 @@ public:
     { return answer("save " + c, d, f); }
     void showMessage(QMessageBox::Icon icon, const QString& text, const QString& informative) override
     {
-        const char* kind = icon == QMessageBox::Information ? "info|" : icon == QMessageBox::Warning ? "warn|" : "other|";
+        const char* kind =
+            icon == QMessageBox::Information ? "info|" : icon == QMessageBox::Warning ? "warn|" : "other|";
         boxes << kind + text + QLatin1Char('|') + informative;
     }
     void about(QWidget*, const QString& title, const QString& text) override { boxes << "about|" + title + '|' + text; }
@@ -108,7 +109,8 @@ inline void choose(QComboBox* combo, int index)
 inline QStringList listTexts(const MainWindow& window)
 {
     QStringList texts;
-    for (int i = 0; i < window.ui->listWidget_Files->count(); ++i) texts << window.ui->listWidget_Files->item(i)->text();
+    const QListWidget* list = window.ui->listWidget_Files;
+    for (int i = 0; i < list->count(); ++i) texts << list->item(i)->text();
     return texts;
 }
 
