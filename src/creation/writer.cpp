@@ -44,6 +44,9 @@ constexpr uint64_t kIdleBufferBytes = 64u << 20;
 // Files a worker may run ahead of the writer. Sizes differ a thousandfold, so a worker must be
 // able to go on with many small files while another compresses a large one.
 constexpr size_t kFilesPerWorker = 8;
+// When the writer has to wait, it sleeps until this many files are ready (or the workers can do
+// no more), rather than waking for every small file.
+constexpr size_t kFilesPerWake = 4;
 constexpr uint64_t kEarlyWriteStep = 8u << 20;
 
 Codec codecFor(int version, int zlibLevel, int lz4Mode)
@@ -166,9 +169,7 @@ struct EncodeSettings {
 // compressing every block. Everything it leaves is read by the thread that writes the archive.
 class FileEncoder {
 public:
-    explicit FileEncoder(const EncodeSettings& settings) : settings(settings), zlib(settings.zlibLevel, settings.engine)
-    {
-    }
+    explicit FileEncoder(const EncodeSettings& settings) : settings(settings) {}
 
     // Waits, once a file's size is known, until its bytes may be taken into memory; false: stop.
     using Admission = std::function<bool(uint64_t size)>;
@@ -176,7 +177,9 @@ public:
     // Encodes file; expectedChunks is what the first pass over the textures found (0: that pass
     // did not reach this file). Stops early, with a status of no meaning, once admit says no or
     // stop is set. On failure, the first blockCount blocks are complete and are still written.
-    int encode(const QString& file, uint8_t expectedChunks, const Admission& admit, const std::atomic<bool>* stop)
+    // zlib belongs to the calling thread: its tables stay warm in that core's cache.
+    int encode(const QString& file, uint8_t expectedChunks, ZlibCompressor& zlib, const Admission& admit,
+               const std::atomic<bool>* stop)
     {
         blockCount = 0;
         SourceFile source;
@@ -273,7 +276,6 @@ private:
     }
 
     EncodeSettings settings;
-    ZlibCompressor zlib;
     Buffer readBuffer;
     Buffer packBuffer;
 };
@@ -285,11 +287,13 @@ class EncodedFiles {
 public:
     EncodedFiles(const SourceList& sources, const std::vector<uint8_t>& chunkCounts, const EncodeSettings& settings,
                  int jobs)
-        : sources(sources), chunkCounts(chunkCounts)
+        : sources(sources), chunkCounts(chunkCounts), settings(settings), zlib(settings.zlibLevel, settings.engine)
     {
         const int workers = jobs > 1 ? std::min(jobs, 64) : 0;
         const size_t slotCount = workers ? kFilesPerWorker * size_t(workers) : 1;
         for (size_t i = 0; i < slotCount; ++i) window.emplace_back(new Slot(settings));
+        // Workers start by taking the lock, so they see workerCount only once it is final.
+        std::lock_guard<std::mutex> lock(mutex);
         for (int w = 0; w < workers; ++w) {
             try {
                 threads.emplace_back([this] { work(); });
@@ -297,6 +301,7 @@ public:
                 break;  // fewer threads, or none: the caller then encodes itself
             }
         }
+        workerCount = threads.size();
         if (threads.empty()) window.resize(1);
     }
 
@@ -316,13 +321,17 @@ public:
     {
         Slot& slot = *window[i % window.size()];
         if (threads.empty()) {
-            status = slot.encoder.encode(sourcePathOf(sources[i]), expectedChunks(i), nullptr, nullptr);
+            status = slot.encoder.encode(sourcePathOf(sources[i]), expectedChunks(i), zlib, nullptr, nullptr);
             return slot.encoder;
         }
         std::unique_lock<std::mutex> lock(mutex);
-        callerWaits = true;
-        done.wait(lock, [&] { return slot.readyFile == i; });
-        callerWaits = false;
+        if (slot.readyFile != i) {
+            waitFirst = i;
+            waitLast = std::min(i + kFilesPerWake, sources.size()) - 1;
+            callerWaits = true;
+            done.wait(lock, [&] { return callerMayGo(); });
+            callerWaits = false;
+        }
         status = slot.status;
         return slot.encoder;
     }
@@ -363,16 +372,27 @@ private:
 
     uint8_t expectedChunks(size_t i) const { return i < chunkCounts.size() ? chunkCounts[i] : 0; }
 
+    bool isReady(size_t i) const { return window[i % window.size()]->readyFile == i; }
+
+    // Under the lock. All workers waiting means no file gets ready without the writer; the file
+    // it waits for is then ready, as the file at the head of the window is always admitted.
+    bool callerMayGo() const
+    {
+        return isReady(waitFirst) && (isReady(waitLast) || waitingWorkers == workerCount);
+    }
+
     template <typename Ready>
     void waitFor(std::unique_lock<std::mutex>& lock, Ready ready)
     {
         ++waitingWorkers;
+        if (callerWaits && !ready() && callerMayGo()) done.notify_one();
         wake.wait(lock, ready);
         --waitingWorkers;
     }
 
     void work()
     {
+        ZlibCompressor ownZlib(settings.zlibLevel, settings.engine);
         size_t i = 0;
         Slot* slot = nullptr;
         // Between opening a file and reading it: the file the writer waits for always goes
@@ -394,16 +414,18 @@ private:
             idleBytes -= slot->idleBytes;
             slot->idleBytes = 0;
             lock.unlock();
-            const int status = slot->encoder.encode(sourcePathOf(sources[i]), expectedChunks(i), admit, &stop);
+            const int status = slot->encoder.encode(sourcePathOf(sources[i]), expectedChunks(i), ownZlib, admit, &stop);
             lock.lock();
             slot->status = status;
             slot->readyFile = i;
-            if (callerWaits) done.notify_one();
+            if (callerWaits && callerMayGo()) done.notify_one();
         }
     }
 
     const SourceList& sources;
     const std::vector<uint8_t>& chunkCounts;
+    const EncodeSettings settings;
+    ZlibCompressor zlib;  // the caller's, when it encodes itself
     std::vector<std::unique_ptr<Slot>> window;
     std::vector<std::thread> threads;
     std::mutex mutex;
@@ -414,7 +436,9 @@ private:
     size_t next = 0;
     size_t consumed = 0;
     uint64_t bytesInFlight = 0;
-    int waitingWorkers = 0;
+    size_t workerCount = 0;
+    size_t waitingWorkers = 0;
+    size_t waitFirst = 0, waitLast = 0;  // the files the writer waits for
     bool callerWaits = false;
     bool stopping = false;
 };
