@@ -32,7 +32,6 @@ class TestAssistance : public QObject {
 private slots:
     void rules_data();
     void rules();
-    void groupedCount();
 };
 
 void TestAssistance::rules_data()
@@ -59,6 +58,9 @@ void TestAssistance::rules_data()
     QTest::newRow("fuz and wav") << QStringList{"v.fuz", "w.wav"} << true << "2 files " + kNoCompressionText + ".fuz.wav.swf)" << stored << false << false;
     QTest::newRow("swf only") << QStringList{"ui.swf"} << true << "1 file " + kNoCompressionText + ")" << stored << false << false;
     QTest::newRow("sounds, assist off") << QStringList{"v.xwm"} << false << "1 file " << kept << false << false;
+    QStringList many;
+    for (int i = 0; i < 1234; ++i) many << QStringLiteral("f%1.txt").arg(i);
+    QTest::newRow("thousands grouped") << many << false << "1,234 files " << kept << false << true;
     // Only whole three-letter codes count: these are not textures.
     QTest::newRow("dds lookalikes") << QStringList{"a.ddsx", "b.dd", "dds", "c.dds.bak"} << true << "4 files " + kRecommendedText << general << false << true;
 }
@@ -84,13 +86,6 @@ void TestAssistance::rules()
     QCOMPARE(r.ver3Enabled, allDds);
     QCOMPARE(r.allDds, allDds);
     QTEST(r.allCompressible, "allCompressible");
-}
-
-void TestAssistance::groupedCount()
-{
-    QStringList names;
-    for (int i = 0; i < 1234; ++i) names << QStringLiteral("f%1.txt").arg(i);
-    QCOMPARE(assessSources(listOf(names), false, CreationSettings()).message, QStringLiteral("1,234 files "));
 }
 
 QTEST_APPLESS_MAIN(TestAssistance)

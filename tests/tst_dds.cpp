@@ -282,12 +282,13 @@ void TestDds::refused_data()
     row("not DDS", QByteArray(good).replace(0, 4, "DDSX"), -9);
     row("empty", QByteArray(), -9);
     row("three bytes", "DDS", -9);
+    row("magic only", "DDS ", -9);
     row("header cut", good.left(127), -9);
     row("header only", good.left(128), -9);
-    row("extended header cut", makeDds(dx10(98), 64, 64, 1, 4096).left(147), -9);
+    row("extended header cut", makeDds(dx10(98), 64, 64, 1, 4096).left(128), -9);
     row("extended header, no data", makeDds(dx10(98), 64, 64, 1, 0), -9);
-    row("width 65536", makeDds(kRgba, 65536, 1, 1, 0), -9);
-    row("height 70000", makeDds(kRgba, 4, 70000, 1, 0), -9);
+    row("width 65536", makeDds(kRgba, 65536, 1, 1, 65536 * 4), -9);
+    row("height 70000", makeDds(kRgba, 4, 70000, 1, 70000 * 16), -9);
     row("width 0", makeDds(kRgba, 0, 16, 1, 1024), -9);
     row("height 0", makeDds(kRgba, 16, 0, 1, 1024), -9);
     row("256 mips", makeDds(kLuminance, 1, 1, 256, 300), -9);
@@ -303,6 +304,8 @@ void TestDds::refused_data()
     unsupported("RGBA masks without RGB flag", masks(0x1, 32, 0xFF, 0xFF00, 0xFF0000, 0xFF000000));
     unsupported("RGBA masks, 24 bits", masks(0x41, 24, 0xFF, 0xFF00, 0xFF0000, 0xFF000000));
     unsupported("RGBX (no alpha mask)", masks(0x40, 32, 0xFF, 0xFF00, 0xFF0000, 0));
+    unsupported("red and blue both 0xFF", masks(0x41, 32, 0xFF, 0xFF00, 0xFF, 0xFF000000));
+    unsupported("unknown FourCC beside RGBA masks", {0x45, cc("DXT2"), 32, {0xFF, 0xFF00, 0xFF0000, 0xFF000000}, -1});
     row("RGBA masks, RGB flag only", makeDds(masks(0x40, 32, 0xFF, 0xFF00, 0xFF0000, 0xFF000000), 4, 4, 1, 64), 1);
 }
 

@@ -64,6 +64,9 @@ bool writeFiles(const QString& dir, const QStringList& files)
     return true;
 }
 
+// A folder tree with mixed case, underscores, hidden entries and nested folders.
+const QStringList kTree{"b.txt", "A.dds", "_under.txt", ".hidden", ".hiddendir/x.txt", "Sub/Z.dds", "Sub/c.dds", "Textures/Armor/Plate_D.dds", "meshes/m.nif", "Textures/n.dds", "Sub/deeper/q.txt"};
+
 // One path made into an entry; a null relative path means the path is refused.
 struct EntryCase {
     QByteArray path;
@@ -218,8 +221,6 @@ void TestSources::init()
     QVERIFY(QDir().mkpath(tmp.path()));
     debugLines.clear();
 }
-
-static const QStringList kTree{"b.txt", "A.dds", "_under.txt", ".hidden", ".hiddendir/x.txt", "Sub/Z.dds", "Sub/c.dds", "Textures/Armor/Plate_D.dds", "meshes/m.nif", "Textures/n.dds", "Sub/deeper/q.txt"};
 
 void TestSources::scanOrderAndNames()
 {
