@@ -326,6 +326,8 @@ public:
         }
         std::unique_lock<std::mutex> lock(mutex);
         if (slot.readyFile != i) {
+            // Room made by the last few releases, not yet announced (see release).
+            if (roomWaiters > 0) wake.notify_all();
             waitFirst = i;
             waitLast = std::min(i + kFilesPerWake, sources.size()) - 1;
             callerWaits = true;
@@ -355,7 +357,9 @@ public:
             bytesInFlight -= slot.bytes;
             slot.bytes = 0;
             consumed = i + 1;
-            wakeWorkers = waitingWorkers > 0;
+            // A worker waiting to read gets every change of the budget; workers waiting for room
+            // in the window are woken for a few files at a time, or when the writer must wait.
+            wakeWorkers = admitWaiters > 0 || (roomWaiters > 0 && consumed % kFilesPerWake == 0);
         }
         if (wakeWorkers) wake.notify_all();
     }
@@ -382,11 +386,13 @@ private:
     }
 
     template <typename Ready>
-    void waitFor(std::unique_lock<std::mutex>& lock, Ready ready)
+    void waitFor(std::unique_lock<std::mutex>& lock, size_t& waiters, Ready ready)
     {
         ++waitingWorkers;
+        ++waiters;
         if (callerWaits && !ready() && callerMayGo()) done.notify_one();
         wake.wait(lock, ready);
+        --waiters;
         --waitingWorkers;
     }
 
@@ -399,7 +405,8 @@ private:
         // ahead; the others keep within the budget of bytes in flight.
         const FileEncoder::Admission admit = [&](uint64_t bytes) {
             std::unique_lock<std::mutex> lock(mutex);
-            waitFor(lock, [&] { return stopping || i == consumed || bytesInFlight + bytes <= kBytesInFlight; });
+            waitFor(lock, admitWaiters,
+                    [&] { return stopping || i == consumed || bytesInFlight + bytes <= kBytesInFlight; });
             if (stopping) return false;
             bytesInFlight += bytes;
             slot->bytes = bytes;
@@ -407,7 +414,8 @@ private:
         };
         std::unique_lock<std::mutex> lock(mutex);
         while (true) {
-            waitFor(lock, [&] { return stopping || (next < sources.size() && next < consumed + window.size()); });
+            waitFor(lock, roomWaiters,
+                    [&] { return stopping || (next < sources.size() && next < consumed + window.size()); });
             if (stopping) return;
             i = next++;
             slot = window[i % window.size()].get();
@@ -438,6 +446,8 @@ private:
     uint64_t bytesInFlight = 0;
     size_t workerCount = 0;
     size_t waitingWorkers = 0;
+    size_t admitWaiters = 0;  // of them, waiting to read their file
+    size_t roomWaiters = 0;   // waiting for a file to take
     size_t waitFirst = 0, waitLast = 0;  // the files the writer waits for
     bool callerWaits = false;
     bool stopping = false;
