@@ -47,6 +47,7 @@ constexpr size_t kFilesPerWorker = 8;
 // When the writer has to wait, it sleeps until this many files are ready (or the workers can do
 // no more), rather than waking for every small file.
 constexpr size_t kFilesPerWake = 4;
+// Written data is handed to the disk in steps of this size while the run goes on.
 constexpr uint64_t kEarlyWriteStep = 8u << 20;
 
 Codec codecFor(int version, int zlibLevel, int lz4Mode)
