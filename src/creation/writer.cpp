@@ -39,7 +39,7 @@ constexpr int kNameFlushSize = 1 << 20;
 constexpr uint64_t kBytesInFlight = 64u << 20;
 // A work buffer above this size is given back once a much smaller file follows.
 constexpr uint64_t kKeptBufferSize = 8u << 20;
-// What the idle slots of the worker window may keep allocated between their files, together.
+// What the worker window keeps allocated in idle buffers between files.
 constexpr uint64_t kIdleBufferBytes = 64u << 20;
 // Files a worker may run ahead of the writer. Sizes differ a thousandfold, so a worker must be
 // able to go on with many small files while another compresses a large one.
@@ -47,6 +47,7 @@ constexpr size_t kFilesPerWorker = 8;
 // When the writer has to wait, it sleeps until this many files are ready (or the workers can do
 // no more), rather than waking for every small file.
 constexpr size_t kFilesPerWake = 4;
+// Written data is handed to the disk in steps of this size while the run goes on.
 constexpr uint64_t kEarlyWriteStep = 8u << 20;
 
 Codec codecFor(int version, int zlibLevel, int lz4Mode)
@@ -79,6 +80,11 @@ public:
     {
         bytes.reset();
         capacity = 0;
+    }
+    void swap(Buffer& other)
+    {
+        bytes.swap(other.bytes);
+        std::swap(capacity, other.capacity);
     }
     char* data() { return bytes.get(); }
     uint64_t size() const { return capacity; }
@@ -250,11 +256,39 @@ public:
         return ArchiveStatus::Complete;
     }
 
-    uint64_t bufferBytes() const { return readBuffer.size() + packBuffer.size(); }
-    void releaseBuffers()
+    // Hands the work buffers to a pool of idle ones, which keeps at most limit bytes.
+    void lendBuffers(std::vector<Buffer>& pool, uint64_t& pooled, uint64_t limit)
     {
-        readBuffer.release();
-        packBuffer.release();
+        for (Buffer* b : {&readBuffer, &packBuffer}) {
+            if (b->size() == 0) continue;
+            if (pooled + b->size() > limit) {
+                b->release();
+                continue;
+            }
+            pooled += b->size();
+            pool.emplace_back();
+            pool.back().swap(*b);
+        }
+    }
+    // Takes pooled buffers in place of missing ones for a file of fileSize bytes: for each, the
+    // smallest that is large enough, else the largest.
+    void borrowBuffers(std::vector<Buffer>& pool, uint64_t& pooled, uint64_t fileSize)
+    {
+        const uint64_t needs[2] = {fileSize, settings.codec == Codec::Store ? 0 : fileSize + fileSize / 128 + 4096};
+        Buffer* mine[2] = {&readBuffer, &packBuffer};
+        for (int k = 0; k < 2; ++k) {
+            if (mine[k]->size() != 0 || needs[k] == 0 || pool.empty()) continue;
+            size_t best = 0;
+            for (size_t p = 1; p < pool.size(); ++p) {
+                const bool fits = pool[p].size() >= needs[k], bestFits = pool[best].size() >= needs[k];
+                if (fits ? !bestFits || pool[p].size() < pool[best].size() : !bestFits && pool[p].size() > pool[best].size())
+                    best = p;
+            }
+            pooled -= pool[best].size();
+            mine[k]->swap(pool[best]);
+            pool[best].swap(pool.back());
+            pool.pop_back();
+        }
     }
 
     TextureLayout layout;
@@ -345,15 +379,9 @@ public:
         bool wakeWorkers;
         {
             std::lock_guard<std::mutex> lock(mutex);
-            // Idle slots keep their buffers for the next file only up to a common budget, so that
-            // memory follows the files in flight rather than the largest files ever met.
-            const uint64_t held = slot.encoder.bufferBytes();
-            if (idleBytes + held <= kIdleBufferBytes) {
-                idleBytes += held;
-                slot.idleBytes = held;
-            } else {
-                slot.encoder.releaseBuffers();
-            }
+            // The buffers go to a common pool of limited size, so that memory follows the files
+            // in flight rather than the largest files ever met, and any slot reuses warm ones.
+            slot.encoder.lendBuffers(pool, pooledBytes, kIdleBufferBytes);
             bytesInFlight -= slot.bytes;
             slot.bytes = 0;
             consumed = i + 1;
@@ -369,8 +397,7 @@ private:
         explicit Slot(const EncodeSettings& settings) : encoder(settings) {}
         FileEncoder encoder;
         size_t readyFile = SIZE_MAX;
-        uint64_t bytes = 0;      // the file's share of bytesInFlight
-        uint64_t idleBytes = 0;  // its buffers' share of idleBytes
+        uint64_t bytes = 0;  // the file's share of bytesInFlight
         int status = 0;
     };
 
@@ -410,6 +437,7 @@ private:
             if (stopping) return false;
             bytesInFlight += bytes;
             slot->bytes = bytes;
+            slot->encoder.borrowBuffers(pool, pooledBytes, bytes);
             return true;
         };
         std::unique_lock<std::mutex> lock(mutex);
@@ -419,8 +447,6 @@ private:
             if (stopping) return;
             i = next++;
             slot = window[i % window.size()].get();
-            idleBytes -= slot->idleBytes;
-            slot->idleBytes = 0;
             lock.unlock();
             const int status = slot->encoder.encode(sourcePathOf(sources[i]), expectedChunks(i), ownZlib, admit, &stop);
             lock.lock();
@@ -440,7 +466,8 @@ private:
     std::condition_variable wake;  // workers: room in the window or the budget, or stop
     std::condition_variable done;  // caller: a file is ready
     std::atomic<bool> stop{false};
-    uint64_t idleBytes = 0;
+    std::vector<Buffer> pool;  // idle work buffers
+    uint64_t pooledBytes = 0;
     size_t next = 0;
     size_t consumed = 0;
     uint64_t bytesInFlight = 0;
