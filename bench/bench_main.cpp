@@ -41,6 +41,9 @@ double bestOf(int runs, const std::function<void()>& work)
 {
     double best = 1e30;
     for (int i = 0; i < runs; ++i) {
+        // Earlier runs' output is written back to disk by kernel threads; left pending, that
+        // work would take the second core away from whichever run happens to come next.
+        ::sync();
         QElapsedTimer t;
         t.start();
         work();

@@ -411,11 +411,40 @@ void TestExtractor::parallelMatchesOneThread_data()
     QTest::addColumn<bool>("texture");
     QTest::addColumn<int>("breakAt");   // file whose data is corrupted, -1 for none
     QTest::addColumn<int>("cancelAt");  // file before which Cancel is seen, -1 for none
-    QTest::newRow("general clean") << false << -1 << -1;
-    QTest::newRow("general failure midway") << false << 37 << -1;
-    QTest::newRow("general cancel midway") << false << -1 << 23;
-    QTest::newRow("texture clean") << true << -1 << -1;
-    QTest::newRow("texture failure midway") << true << 11 << -1;
+    QTest::addColumn<bool>("earlierTree");  // the target already holds every name, with other bytes
+    QTest::addColumn<int>("renameAt");      // file given newName instead of its own, -1 for none
+    QTest::addColumn<QByteArray>("newName");
+    QTest::newRow("general clean") << false << -1 << -1 << false << -1 << QByteArray();
+    QTest::newRow("general failure midway") << false << 37 << -1 << false << -1 << QByteArray();
+    QTest::newRow("general failure at the start") << false << 1 << -1 << false << -1 << QByteArray();
+    QTest::newRow("general cancel midway") << false << -1 << 23 << false << -1 << QByteArray();
+    QTest::newRow("texture clean") << true << -1 << -1 << false << -1 << QByteArray();
+    QTest::newRow("texture failure midway") << true << 11 << -1 << false << -1 << QByteArray();
+    QTest::newRow("texture cancel midway") << true << -1 << 40 << false << -1 << QByteArray();
+    // Files that exist are only overwritten once everything before them went in.
+    QTest::newRow("general failure over an earlier tree") << false << 37 << -1 << true << -1 << QByteArray();
+    QTest::newRow("texture failure over an earlier tree") << true << 11 << -1 << true << -1 << QByteArray();
+    QTest::newRow("general clean over an earlier tree") << false << -1 << -1 << true << -1 << QByteArray();
+    // The later of two files with one name wins, as it does when written in order.
+    QTest::newRow("a name used twice") << false << -1 << -1 << false << 50 << QByteArray("dir3/f10");
+    QTest::newRow("a name used twice, failure between") << false << 31 << -1 << false << 50 << QByteArray("dir3/f10");
+    // A file where an earlier file made a folder stops at that file.
+    QTest::newRow("a file named like a folder") << false << -1 << -1 << false << 20 << QByteArray("dir6");
+    QTest::newRow("a folder named like a file") << true << -1 << -1 << false << 20 << QByteArray("dir6/f6.dds/x.dds");
+}
+
+// Files with their bytes and folders (with a trailing '/') below root.
+static QMap<QString, QByteArray> contentsOf(const QString& root)
+{
+    QMap<QString, QByteArray> tree;
+    QDirIterator it(root, QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        const QString relative = path.mid(root.size() + 1);
+        if (it.fileInfo().isDir()) tree[relative + "/"] = QByteArray();
+        else tree[relative] = readFile(path);
+    }
+    return tree;
 }
 
 void TestExtractor::parallelMatchesOneThread()
@@ -423,17 +452,21 @@ void TestExtractor::parallelMatchesOneThread()
     QFETCH(bool, texture);
     QFETCH(int, breakAt);
     QFETCH(int, cancelAt);
+    QFETCH(bool, earlierTree);
+    QFETCH(int, renameAt);
+    QFETCH(QByteArray, newName);
     Ba2Builder b;
     b.texture = texture;
     b.version = texture ? 3 : 2;
     for (int i = 0; i < 60; ++i) {
-        const QByteArray name = "dir" + QByteArray::number(i % 7) + "/f" + QByteArray::number(i);
+        QByteArray name = "dir" + QByteArray::number(i % 7) + "/f" + QByteArray::number(i);
+        if (i == renameAt) name = newName.endsWith(".dds") ? newName.chopped(4) : newName;
         if (texture) {
             // Blocks big enough that decoding goes to the worker threads.
             TestEntry& e = b.addTexture(name + ".dds", 64, 64, 3, 71,
                                         {patternBytes(20000 + i, uint32_t(i), false), patternBytes(17000, uint32_t(i) + 100, false)},
                                         Pack::Lz4);
-            if (i == breakAt) e.chunks[1].unpackedSize += 3;
+            if (i == breakAt) e.chunks[0].unpackedSize += 3;  // the part after it decodes well
         } else {
             TestEntry& e = b.addGeneral(name, patternBytes(17000 + 97 * i, uint32_t(i), false), i % 10 ? Pack::Zlib : Pack::Stored);
             if (i == breakAt) e.stored[e.stored.size() - 2] = char(e.stored[e.stored.size() - 2] ^ 0x20);
@@ -446,15 +479,22 @@ void TestExtractor::parallelMatchesOneThread()
     int statuses[2];
     for (int run = 0; run < 2; ++run) {
         QTemporaryDir out;
+        for (uint32_t i = 0; earlierTree && i < r.fileCount; ++i) {
+            QVERIFY(QDir().mkpath(QFileInfo(out.filePath(r.nameOf(i))).path()));
+            QVERIFY(writeFile(out.filePath(r.nameOf(i)), "earlier " + r.nameOf(i).toUtf8()));
+        }
         ScriptedProgress progress(cancelAt);
         statuses[run] = extractArchive(r, out.path(), progress, run == 0 ? 1 : 3).status;
-        for (const QString& f : treeOf(out.path())) trees[run][f] = readFile(out.path() + "/" + f);
+        trees[run] = contentsOf(out.path());
     }
     QCOMPARE(statuses[1], statuses[0]);
     QCOMPARE(trees[1].keys(), trees[0].keys());
     QCOMPARE(trees[1], trees[0]);
-    QCOMPARE(statuses[0], breakAt >= 0 ? int(texture ? ArchiveStatus::Lz4Error : ArchiveStatus::ZlibError)
-                                       : cancelAt >= 0 ? int(ArchiveStatus::Aborted) : int(ArchiveStatus::Complete));
+    const int expected = breakAt >= 0 ? int(texture ? ArchiveStatus::Lz4Error : ArchiveStatus::ZlibError)
+                         : cancelAt >= 0 ? int(ArchiveStatus::Aborted)
+                         : newName.startsWith("dir6") ? int(ArchiveStatus::FileOpenError)
+                                                      : int(ArchiveStatus::Complete);
+    QCOMPARE(statuses[0], expected);
     QString fault1, fault3;
     QCOMPARE(verifyArchive(r, fault3, 3), verifyArchive(r, fault1, 1));
     QCOMPARE(fault3, fault1);

@@ -225,11 +225,18 @@ void TestInterruptions::extractIntoFullDisk_data()
     QTest::addColumn<int>("kind");      // 0 stored, 1 zlib (version 1), 2 LZ4 texture (version 3)
     QTest::addColumn<qint64>("limit");
     QTest::addColumn<int>("failing");   // index of the first file that cannot be written whole
-    QTest::newRow("stored") << 0 << qint64(100000) << 2;
-    QTest::newRow("zlib") << 1 << qint64(100000) << 2;
-    QTest::newRow("lz4 texture") << 2 << qint64(100000) << 2;
-    QTest::newRow("no room for a DDS header") << 2 << qint64(100) << 0;
-    QTest::newRow("stored, first file too large") << 0 << qint64(19999) << 0;
+    QTest::addColumn<int>("jobs");
+    // With worker threads, later files are opened before earlier ones are written; the disk
+    // must still end up as when writing one file after the other.
+    for (int jobs : {1, 3}) {
+        const QByteArray threads = jobs == 1 ? ", one thread" : ", worker threads";
+        QTest::newRow("stored" + threads) << 0 << qint64(100000) << 2 << jobs;
+        QTest::newRow("zlib" + threads) << 1 << qint64(100000) << 2 << jobs;
+        QTest::newRow("lz4 texture, first part cut" + threads) << 2 << qint64(100000) << 2 << jobs;
+        QTest::newRow("lz4 texture, second part cut" + threads) << 2 << qint64(200000) << 2 << jobs;
+        QTest::newRow("no room for a DDS header" + threads) << 2 << qint64(100) << 0 << jobs;
+        QTest::newRow("stored, first file too large" + threads) << 0 << qint64(19999) << 0 << jobs;
+    }
 }
 
 void TestInterruptions::extractIntoFullDisk()
@@ -237,6 +244,7 @@ void TestInterruptions::extractIntoFullDisk()
     QFETCH(int, kind);
     QFETCH(qint64, limit);
     QFETCH(int, failing);
+    QFETCH(int, jobs);
     const QStringList names{"a/one.bin", "a/two.bin", "b/c/big.bin", "d/after.bin"};
     const QVector<int> sizes{20000, 30000, 250000, 100};
     const int headerLength = kind == 2 ? 148 : 0;  // DX10 header of a BC7 texture
@@ -245,7 +253,7 @@ void TestInterruptions::extractIntoFullDisk()
     builder.version = kind == 2 ? 3 : 1;
     QVector<QByteArray> contents;
     for (int i = 0; i < names.size(); ++i) {
-        contents << patternBytes(sizes[i], uint32_t(i + 11));
+        contents << patternBytes(sizes[i], uint32_t(i + 11), false);  // large blocks go to the workers
         if (kind == 2) {  // two chunks, as a mip chain split in two would give
             const QByteArray& c = contents.last();
             builder.addTexture(names[i].toUtf8(), 64, 64, 2, 98, {c.left(c.size() / 2), c.mid(c.size() / 2)},
@@ -257,7 +265,8 @@ void TestInterruptions::extractIntoFullDisk()
     QVERIFY(writeFile(dir + "/a.ba2", builder.build()));
     QVERIFY(QDir().mkpath(dir + "/out/T"));
 
-    const Run r = runCli({"extract", dir + "/a.ba2", dir + "/out/T"}, QStringLiteral("--fsize=%1").arg(limit));
+    const Run r = runCli({"--jobs", QString::number(jobs), "extract", dir + "/a.ba2", dir + "/out/T"},
+                         QStringLiteral("--fsize=%1").arg(limit));
     QCOMPARE(r.out, QStringLiteral("File Write Error.\n"));
     QCOMPARE(r.exitCode, 1);
     QVERIFY2(r.err.contains(names[failing]), qPrintable(r.err));

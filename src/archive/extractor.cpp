@@ -8,6 +8,8 @@
 #include <QFileInfo>
 
 #include <algorithm>
+#include <cerrno>
+#include <deque>
 #include <condition_variable>
 #include <cstring>
 #include <memory>
@@ -16,7 +18,9 @@
 #include <thread>
 #include <vector>
 
+#include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -122,111 +126,52 @@ private:
     WorkBuffer unpackedBuffer;
 };
 
-// Hands out decoded pieces strictly in order. With one job it decodes each piece when asked;
-// with more, worker threads decode a bounded window of pieces ahead while the caller writes,
-// so the output and every side effect stay exactly those of a one-thread run.
-class PieceSource {
+// A read-only mapping of the whole archive, so blocks are decoded without being copied.
+// Every page read stays resident until it is unmapped, so without forget() a large archive
+// would count in full against the process: pages of finished pieces are given back in
+// batches. A page dropped under a thread that still reads it is faulted in again from the
+// page cache, so forgetting too much costs time, never correctness.
+class ArchiveMapping {
 public:
-    PieceSource(const ArchiveReader& reader, std::vector<Piece> pieces, int jobs)
-        : pieces(std::move(pieces)), workers(jobs > 1 && worthThreads(this->pieces) ? jobs : 0)
+    explicit ArchiveMapping(const ArchiveReader& reader) : size(size_t(reader.fileSize))
     {
-        const int fd = reader.file.handle();
-        const bool generalV3 = reader.version == 3 && !reader.isTexture;
-        // Decoding straight from a read-only mapping saves copying every block once.
-        if (ArchiveReader::mapFiles && reader.fileSize > 0) {
-            void* m = ::mmap(nullptr, size_t(reader.fileSize), PROT_READ, MAP_SHARED, fd, 0);
-            if (m != MAP_FAILED) {
-                mapping = static_cast<const char*>(m);
-                ::madvise(m, size_t(reader.fileSize), MADV_SEQUENTIAL);
-            }
-        }
-        mappingSize = size_t(reader.fileSize);
-        const size_t slotCount = workers ? size_t(workers) + 1 : 1;
-        for (size_t i = 0; i < slotCount; ++i)
-            window.emplace_back(new Slot{PieceDecoder(fd, mapping, uint64_t(reader.fileSize), reader.version, generalV3)});
-        for (int w = 0; w < workers; ++w) threads.emplace_back([this] { work(); });
+        if (!ArchiveReader::mapFiles || reader.fileSize <= 0) return;
+        void* m = ::mmap(nullptr, size, PROT_READ, MAP_SHARED, reader.file.handle(), 0);
+        if (m == MAP_FAILED) return;
+        bytes = static_cast<char*>(m);
+        ::madvise(m, size, MADV_SEQUENTIAL);
     }
-
-    ~PieceSource()
+    ~ArchiveMapping()
     {
-        {
-            std::lock_guard<std::mutex> lock(mutex);
-            stopping = true;
-        }
-        wake.notify_all();
-        for (std::thread& t : threads) t.join();
-        if (mapping) ::munmap(const_cast<char*>(mapping), mappingSize);
+        if (bytes) ::munmap(bytes, size);
     }
+    ArchiveMapping(const ArchiveMapping&) = delete;
+    ArchiveMapping& operator=(const ArchiveMapping&) = delete;
 
-    // Decodes (or waits for) piece k; the result stays valid until release(k).
-    const PieceDecoder& get(size_t k, int& status)
-    {
-        Slot& slot = *window[k % window.size()];
-        if (!workers) {
-            status = slot.decoder.decode(pieces[k]);
-            return slot.decoder;
-        }
-        std::unique_lock<std::mutex> lock(mutex);
-        done.wait(lock, [&] { return slot.readyPiece == k; });
-        status = slot.status;
-        return slot.decoder;
-    }
+    const char* data() const { return bytes; }
 
-    void release(size_t k)
+    // Not thread-safe: callers take turns.
+    void forget(const Piece& piece)
     {
-        if (!workers) return;
-        {
-            std::lock_guard<std::mutex> lock(mutex);
-            consumed = k + 1;
-        }
-        wake.notify_all();
+        if (!bytes || piece.dataOffset >= size) return;
+        const uint64_t stored = piece.packedSize ? piece.packedSize : piece.unpackedSize;
+        const uint64_t end = std::min<uint64_t>(piece.dataOffset + stored, size);
+        low = pending ? std::min(low, piece.dataOffset) : piece.dataOffset;
+        high = pending ? std::max(high, end) : end;
+        pending += stored;
+        if (pending < kBatch) return;
+        static const uint64_t page = uint64_t(::sysconf(_SC_PAGESIZE));
+        const uint64_t from = low / page * page;
+        const uint64_t to = std::min<uint64_t>((high + page - 1) / page * page, size);
+        if (to > from) ::madvise(bytes + from, size_t(to - from), MADV_DONTNEED);
+        pending = 0;
     }
 
 private:
-    struct Slot {
-        PieceDecoder decoder;
-        size_t readyPiece = SIZE_MAX;
-        int status = 0;
-    };
-
-    // Handing a piece to another thread costs a few microseconds; that only pays off when the
-    // pieces carry real decoding work, not for archives of many tiny or stored files.
-    static bool worthThreads(const std::vector<Piece>& pieces)
-    {
-        uint64_t packedBytes = 0;
-        for (const Piece& p : pieces) packedBytes += p.packedSize;
-        return !pieces.empty() && packedBytes / pieces.size() >= 16 * 1024;
-    }
-
-    void work()
-    {
-        std::unique_lock<std::mutex> lock(mutex);
-        while (true) {
-            wake.wait(lock, [&] { return stopping || (next < pieces.size() && next < consumed + window.size()); });
-            if (stopping) return;
-            const size_t k = next++;
-            Slot& slot = *window[k % window.size()];
-            lock.unlock();
-            const int status = slot.decoder.decode(pieces[k]);
-            lock.lock();
-            slot.status = status;
-            slot.readyPiece = k;
-            done.notify_all();
-        }
-    }
-
-    std::vector<Piece> pieces;
-    int workers;
-    const char* mapping = nullptr;
-    size_t mappingSize = 0;
-    std::vector<std::unique_ptr<Slot>> window;
-    std::vector<std::thread> threads;
-    std::mutex mutex;
-    std::condition_variable wake;  // workers: room in the window, or stop
-    std::condition_variable done;  // caller: a piece is ready
-    size_t next = 0;
-    size_t consumed = 0;
-    bool stopping = false;
+    static constexpr uint64_t kBatch = 16u << 20;
+    char* bytes = nullptr;
+    size_t size;
+    uint64_t low = 0, high = 0, pending = 0;
 };
 
 std::vector<Piece> piecesOf(const ArchiveReader& reader)
@@ -243,6 +188,221 @@ std::vector<Piece> piecesOf(const ArchiveReader& reader)
             pieces.push_back({chunks[c].dataOffset, chunks[c].packedSize, chunks[c].unpackedSize});
     }
     return pieces;
+}
+
+// Handing a piece to another thread costs a few microseconds; that only pays off when the
+// pieces carry real work (decoding, or copying a large stored block), not for archives of
+// many tiny files.
+bool worthThreads(const std::vector<Piece>& pieces)
+{
+    uint64_t bytes = 0;
+    for (const Piece& p : pieces) bytes += p.packedSize ? p.packedSize : p.unpackedSize;
+    return !pieces.empty() && bytes / pieces.size() >= 16 * 1024;
+}
+
+// Worker threads that decode the pieces in order and, in an extraction, write each at its
+// place in its file once the calling thread has opened that file. The caller opens files
+// strictly in record order and decides when to stop. The parts of one texture may go in out
+// of order; after a failure the caller cuts the file back to what went in before it, which is
+// what a one-thread run leaves. In a verification nothing is written and a piece is done once
+// decoded.
+class PieceWorkers {
+public:
+    static constexpr int kPending = 100;  // not yet done
+    static constexpr int kSkipped = 101;  // not written: its file was given up
+
+    PieceWorkers(const ArchiveReader& reader, std::vector<Piece> allPieces, std::vector<uint32_t> owner,
+                 ArchiveMapping& mapping, int jobs, bool writing)
+        : pieces(std::move(allPieces)), fileOf(std::move(owner)), mapping(mapping), writing(writing),
+          status(pieces.size(), kPending)
+    {
+        const bool generalV3 = reader.version == 3 && !reader.isTexture;
+        if (writing) {
+            files.resize(reader.fileCount);
+            size_t k = 0;
+            for (uint32_t i = 0; i < reader.fileCount; ++i) {
+                FileSlot& f = files[i];
+                f.firstPiece = k;
+                f.pieceCount = reader.isTexture ? reader.records[i].chunkCount : 1;
+                uint64_t length = 0;
+                for (uint32_t c = 0; c < f.pieceCount; ++c, ++k) {
+                    pieceOffset.push_back(length);
+                    length += pieces[k].unpackedSize;
+                }
+            }
+            written.assign(pieces.size(), 0);
+        }
+        for (int w = 0; w < jobs; ++w) {
+            decoders.emplace_back(new PieceDecoder(reader.file.handle(), mapping.data(), uint64_t(reader.fileSize),
+                                                   reader.version, generalV3));
+            PieceDecoder* decoder = decoders.back().get();
+            threads.emplace_back([this, decoder] { work(*decoder); });
+        }
+    }
+
+    ~PieceWorkers() { stop(); }
+
+    // Index of file i's first piece (the piece count when i is one past the last file).
+    size_t firstPieceOf(uint32_t file) const { return file < files.size() ? files[file].firstPiece : pieces.size(); }
+    uint32_t fileOfPiece(size_t k) const { return fileOf[k]; }
+
+    // File i is open on fd (its header of headerLength bytes written): its pieces may go in.
+    void publish(uint32_t file, int fd, uint64_t headerLength)
+    {
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            files[file].fd = fd;
+            files[file].base = headerLength;
+            files[file].state = FileSlot::Open;
+            published = file + 1;
+        }
+        opened.notify_all();
+    }
+
+    // The status of piece k once it is done.
+    int wait(size_t k)
+    {
+        std::unique_lock<std::mutex> lock(mutex);
+        done.wait(lock, [&] { return status[k] != kPending; });
+        return status[k];
+    }
+
+    // Waits until every piece before k is done; true if all of them went through.
+    bool waitAllBefore(size_t k)
+    {
+        std::unique_lock<std::mutex> lock(mutex);
+        done.wait(lock, [&] { return finishedPrefix() >= k; });
+        return firstFailed >= k;
+    }
+
+    // True once some piece has failed (the caller then stops opening files).
+    bool failed()
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        return firstFailed != SIZE_MAX;
+    }
+
+    // Gives up every file not yet opened, lets the pieces in hand finish and ends the threads.
+    // Returns the first piece that failed, or SIZE_MAX.
+    size_t stop()
+    {
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            stopping = true;
+        }
+        wake.notify_all();
+        opened.notify_all();
+        for (std::thread& t : threads) t.join();
+        threads.clear();
+        return firstFailed;
+    }
+
+    int statusOf(size_t k) const { return status[k]; }
+
+    // Where a file has to be cut after piece k failed: its header and everything before the
+    // failure, as one-thread writing would have left it.
+    uint64_t cutAfterFailure(size_t k) const { return files[fileOf[k]].base + pieceOffset[k] + written[k]; }
+
+private:
+    struct FileSlot {
+        enum State : uint8_t { Closed, Open };
+        size_t firstPiece = 0;
+        uint32_t pieceCount = 0;
+        uint64_t base = 0;
+        int fd = -1;
+        State state = Closed;
+    };
+
+    size_t finishedPrefix()
+    {
+        while (prefix < status.size() && status[prefix] != kPending) ++prefix;
+        return prefix;
+    }
+
+    // May piece k be written now, or be settled without writing?
+    bool settled(size_t k) const
+    {
+        if (stopping && fileOf[k] >= published) return true;  // its file will never open
+        return files[fileOf[k]].state == FileSlot::Open;
+    }
+
+    void work(PieceDecoder& decoder)
+    {
+        std::unique_lock<std::mutex> lock(mutex);
+        while (true) {
+            wake.wait(lock, [&] { return stopping || next < pieces.size(); });
+            if (stopping || next >= pieces.size()) return;
+            const size_t k = next++;
+            lock.unlock();
+            int result = decoder.decode(pieces[k]);
+            lock.lock();
+            if (writing) {
+                opened.wait(lock, [&] { return settled(k); });
+                const FileSlot& f = files[fileOf[k]];
+                if (f.state != FileSlot::Open || fileOf[k] > failedFile) {
+                    result = kSkipped;
+                } else if (result == ArchiveStatus::Complete && decoder.size != 0) {
+                    const int fd = f.fd;
+                    const uint64_t at = f.base + pieceOffset[k];
+                    lock.unlock();
+                    const uint32_t count = writeAt(fd, decoder.data, decoder.size, at);
+                    lock.lock();
+                    written[k] = count;
+                    if (count != decoder.size) result = ArchiveStatus::FileWriteError;
+                }
+            }
+            status[k] = result;
+            if (result != ArchiveStatus::Complete && result != kSkipped && k < firstFailed) {
+                firstFailed = k;
+                failedFile = fileOf[k];
+            }
+            mapping.forget(pieces[k]);
+            done.notify_all();
+        }
+    }
+
+    // Bytes written before the end or the first error.
+    static uint32_t writeAt(int fd, const char* data, uint32_t length, uint64_t offset)
+    {
+        uint32_t count = 0;
+        while (count < length) {
+            const ssize_t n = ::pwrite(fd, data + count, length - count, off_t(offset + count));
+            if (n < 0 && errno == EINTR) continue;
+            if (n <= 0) break;
+            count += uint32_t(n);
+        }
+        return count;
+    }
+
+    std::vector<Piece> pieces;
+    std::vector<uint32_t> fileOf;
+    std::vector<uint64_t> pieceOffset;  // where in its file's data a piece begins
+    std::vector<uint32_t> written;      // bytes of each piece that went in
+    ArchiveMapping& mapping;
+    const bool writing;
+    std::vector<FileSlot> files;
+    std::vector<std::unique_ptr<PieceDecoder>> decoders;
+    std::vector<std::thread> threads;
+    std::mutex mutex;
+    std::condition_variable wake;    // workers: stop
+    std::condition_variable opened;  // workers: a file opened
+    std::condition_variable done;    // caller: a piece is done
+    std::vector<int> status;
+    size_t next = 0;
+    size_t prefix = 0;
+    size_t firstFailed = SIZE_MAX;
+    uint32_t failedFile = UINT32_MAX;
+    uint32_t published = 0;
+    bool stopping = false;
+};
+
+std::vector<uint32_t> ownersOf(const ArchiveReader& reader)
+{
+    std::vector<uint32_t> owner;
+    owner.reserve(reader.fileCount);
+    for (uint32_t i = 0; i < reader.fileCount; ++i)
+        owner.insert(owner.end(), reader.isTexture ? reader.records[i].chunkCount : 1, i);
+    return owner;
 }
 
 // A stored name may only name a place inside the target folder.
@@ -265,16 +425,149 @@ bool nameIsSafe(const FileRecord& record)
     return true;
 }
 
-// Makes each missing folder of a name's directory part under target, one level at a time.
-void makeFolders(const QString& target, const QString& directoryPart)
+// Makes each missing folder of a name's directory part under target, one level at a time,
+// and adds those it made to created.
+void makeFolders(const QString& target, const QString& directoryPart, QStringList* created = nullptr)
 {
     const QStringList parts = directoryPart.split(QLatin1Char('/'), Qt::KeepEmptyParts);
     QString path = target;
     for (int i = 0; i + 1 < parts.size(); ++i) {
         path += parts[i];
-        if (!QFileInfo(path).isDir()) QDir().mkdir(path);
+        if (!QFileInfo(path).isDir() && QDir().mkdir(path) && created) created->append(path);
         path += QLatin1Char('/');
     }
+}
+
+bool writeAll(int fd, const char* data, size_t length)
+{
+    size_t written = 0;
+    while (written < length) {
+        const ssize_t n = ::write(fd, data + written, length - written);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        written += size_t(n);
+    }
+    return true;
+}
+
+// Extraction with worker threads doing the decoding and writing while this thread opens the
+// files in record order. Files are opened ahead of the writes, so a failure found late may
+// leave files that a one-thread run would never have begun: those were all made by this run
+// (an existing file is only opened once everything before it went in), and are removed
+// again with the folders made for them.
+ExtractResult extractWithWorkers(ArchiveReader& reader, const QString& target, Progress& progress, int jobs,
+                                 std::vector<Piece> pieces)
+{
+    ArchiveMapping mapping(reader);
+    PieceWorkers workers(reader, std::move(pieces), ownersOf(reader), mapping, jobs, true);
+    unsigned char ddsHeader[kDdsHeaderCapacity];
+    if (reader.isTexture) initDdsHeader(ddsHeader);
+
+    struct OpenFile {
+        uint32_t file;
+        int fd;
+    };
+    std::deque<OpenFile> open;  // files whose pieces may still be going in
+    std::vector<std::pair<uint32_t, QByteArray>> madeFiles;
+    std::vector<std::pair<uint32_t, QString>> madeFolders;
+    const size_t maxOpen = size_t(jobs) * 4;
+    uint32_t stopFile = UINT32_MAX;
+    int stopStatus = ArchiveStatus::Complete;
+    uint32_t published = 0;
+    auto stopAt = [&](uint32_t file, int status) {
+        stopFile = file;
+        stopStatus = status;
+    };
+
+    for (uint32_t i = 0; i < reader.fileCount; ++i) {
+        progress.setValue(int(std::min<uint32_t>(i, INT32_MAX)));
+        if (progress.wasCanceled()) {
+            stopAt(i, ArchiveStatus::Aborted);
+            break;
+        }
+        if (workers.failed()) break;
+        const FileRecord& record = reader.records[i];
+        if (!nameIsSafe(record)) {
+            stopAt(i, ArchiveStatus::UnsafeName);
+            break;
+        }
+        bool failedBefore = false;
+        while (open.size() >= maxOpen && !failedBefore) {
+            failedBefore = !workers.waitAllBefore(workers.firstPieceOf(open.front().file + 1));
+            if (failedBefore) break;  // that file may still have to be cut
+            ::close(open.front().fd);
+            open.pop_front();
+        }
+        if (failedBefore) break;
+        const QString name = reader.nameOf(i);
+        const QByteArray path = QFile::encodeName(target + name);
+        int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        if (fd < 0 && errno != EEXIST) {
+            QString directoryPart, fileName;
+            splitPath(name, QStringLiteral("/"), directoryPart, fileName);
+            if (directoryPart.isEmpty()) {
+                stopAt(i, ArchiveStatus::FileOpenError);
+                break;
+            }
+            QStringList folders;
+            makeFolders(target, directoryPart, &folders);
+            for (const QString& folder : folders) madeFolders.emplace_back(i, folder);
+            fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        }
+        if (fd >= 0) {
+            madeFiles.emplace_back(i, path);
+        } else if (errno == EEXIST) {
+            if (!workers.waitAllBefore(workers.firstPieceOf(i))) break;
+            fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+        }
+        if (fd < 0) {
+            stopAt(i, ArchiveStatus::FileOpenError);
+            break;
+        }
+        open.push_back({i, fd});
+        int headerLength = 0;
+        if (reader.isTexture) {
+            headerLength = buildDdsHeader(ddsHeader, record);
+            if (headerLength == 0) {
+                stopAt(i, ArchiveStatus::UnsupportedFormat);
+                break;
+            }
+            if (!writeAll(fd, reinterpret_cast<const char*>(ddsHeader), size_t(headerLength))) {
+                stopAt(i, ArchiveStatus::FileWriteError);
+                break;
+            }
+        }
+        workers.publish(i, fd, uint64_t(headerLength));
+        published = i + 1;
+    }
+
+    workers.waitAllBefore(workers.firstPieceOf(published));
+    const size_t bad = workers.stop();
+
+    ExtractResult result;
+    uint32_t last = stopFile;  // the last file a one-thread run would have touched
+    result.status = stopStatus;
+    if (bad != SIZE_MAX && workers.fileOfPiece(bad) < stopFile) {
+        last = workers.fileOfPiece(bad);
+        result.status = workers.statusOf(bad);
+        for (const OpenFile& f : open)
+            if (f.file == last) {
+                const uint64_t cut = workers.cutAfterFailure(bad);
+                struct stat info;
+                if (::fstat(f.fd, &info) == 0 && uint64_t(info.st_size) > cut) (void)::ftruncate(f.fd, off_t(cut));
+            }
+    }
+    for (const OpenFile& f : open) ::close(f.fd);
+    if (last == UINT32_MAX) {
+        progress.setMaximum(100);
+        progress.setValue(100);
+        return result;
+    }
+    result.failedName = reader.nameOf(last);
+    for (auto it = madeFiles.rbegin(); it != madeFiles.rend() && it->first > last; ++it) ::unlink(it->second.constData());
+    for (auto it = madeFolders.rbegin(); it != madeFolders.rend() && it->first > last; ++it)
+        ::rmdir(QFile::encodeName(it->second).constData());
+    return result;
 }
 
 }  // namespace
@@ -295,10 +588,15 @@ ExtractResult extractArchive(ArchiveReader& reader, const QString& targetFolder,
     QString target = targetFolder;
     if (!target.endsWith(QLatin1Char('/'))) target += QLatin1Char('/');
 
+    progress.setMaximum(int(std::min<uint32_t>(reader.fileCount, INT32_MAX)));
+    std::vector<Piece> pieces = piecesOf(reader);
+    if (jobs > 1 && worthThreads(pieces)) return extractWithWorkers(reader, target, progress, jobs, std::move(pieces));
+
     unsigned char ddsHeader[kDdsHeaderCapacity];
     if (reader.isTexture) initDdsHeader(ddsHeader);
-    progress.setMaximum(int(std::min<uint32_t>(reader.fileCount, INT32_MAX)));
-    PieceSource source(reader, piecesOf(reader), jobs);
+    ArchiveMapping mapping(reader);
+    PieceDecoder decoder(reader.file.handle(), mapping.data(), uint64_t(reader.fileSize), reader.version,
+                         reader.version == 3 && !reader.isTexture);
     size_t piece = 0;
 
     for (uint32_t i = 0; i < reader.fileCount; ++i) {
@@ -341,12 +639,11 @@ ExtractResult extractArchive(ArchiveReader& reader, const QString& targetFolder,
             }
         }
         for (uint32_t c = 0; c < pieceCount; ++c, ++piece) {
-            int status = 0;
-            const PieceDecoder& decoded = source.get(piece, status);
-            if (status == ArchiveStatus::Complete && decoded.size != 0
-                && out.write(decoded.data, decoded.size) != qint64(decoded.size))
+            int status = decoder.decode(pieces[piece]);
+            if (status == ArchiveStatus::Complete && decoder.size != 0
+                && out.write(decoder.data, decoder.size) != qint64(decoder.size))
                 status = ArchiveStatus::FileWriteError;
-            source.release(piece);
+            mapping.forget(pieces[piece]);
             if (status != ArchiveStatus::Complete) {
                 result.status = status;
                 return result;
@@ -362,7 +659,13 @@ ExtractResult extractArchive(ArchiveReader& reader, const QString& targetFolder,
 
 bool verifyArchive(ArchiveReader& reader, QString& fault, int jobs)
 {
-    PieceSource source(reader, piecesOf(reader), jobs);
+    std::vector<Piece> pieces = piecesOf(reader);
+    ArchiveMapping mapping(reader);
+    PieceDecoder decoder(reader.file.handle(), mapping.data(), uint64_t(reader.fileSize), reader.version,
+                         reader.version == 3 && !reader.isTexture);
+    std::unique_ptr<PieceWorkers> workers;
+    if (jobs > 1 && worthThreads(pieces))
+        workers.reset(new PieceWorkers(reader, pieces, ownersOf(reader), mapping, jobs, false));
     unsigned char ddsHeader[kDdsHeaderCapacity];
     initDdsHeader(ddsHeader);
     size_t piece = 0;
@@ -377,9 +680,13 @@ bool verifyArchive(ArchiveReader& reader, QString& fault, int jobs)
             return report(QStringLiteral("unsupported texture format %1").arg(record.format));
         const uint32_t pieceCount = reader.isTexture ? record.chunkCount : 1;
         for (uint32_t c = 0; c < pieceCount; ++c, ++piece) {
-            int status = 0;
-            source.get(piece, status);
-            source.release(piece);
+            int status;
+            if (workers) {
+                status = workers->wait(piece);
+            } else {
+                status = decoder.decode(pieces[piece]);
+                mapping.forget(pieces[piece]);
+            }
             if (status == ArchiveStatus::Complete) continue;
             const QString detail = extractStatusDetail(status);
             return report(reader.isTexture ? QStringLiteral("chunk %1: %2").arg(c).arg(detail) : detail);
