@@ -11,8 +11,9 @@ struct ExtractResult {
 // Writes every file under targetFolder (which must exist), making folders as needed and
 // rebuilding DDS headers for textures. Progress gets the range 0..fileCount and the value i
 // before file i; a cancel is honoured between files. Names that would leave the target are
-// refused. Files written before a failure stay. jobs > 1 decodes on that many worker threads
-// while this thread writes in record order: the files and every side effect are the same.
+// refused. Files written before a failure stay. jobs > 1 decodes and writes on that many worker
+// threads while this thread opens the files in record order: the files left behind (after a
+// cancel or a failure too) are those of a one-thread run.
 ExtractResult extractArchive(ArchiveReader& reader, const QString& targetFolder, Progress& progress, int jobs = 1);
 
 // Decodes every block in memory and checks every size and every texture's format.
