@@ -8,6 +8,7 @@
 #include <QFileInfo>
 
 #include <algorithm>
+#include <chrono>
 #include <cerrno>
 #include <deque>
 #include <condition_variable>
@@ -267,11 +268,17 @@ public:
         return status[k];
     }
 
-    // Waits until every piece before k is done; true if all of them went through.
-    bool waitAllBefore(size_t k)
+    // Waits until every piece before k is done; true if all of them went through. A long wait
+    // (one very large block) lets the window repaint every few tenths of a second.
+    bool waitAllBefore(size_t k, Progress& progress)
     {
         std::unique_lock<std::mutex> lock(mutex);
-        done.wait(lock, [&] { return finishedPrefix() >= k; });
+        while (finishedPrefix() < k) {
+            if (done.wait_for(lock, std::chrono::milliseconds(200)) != std::cv_status::timeout) continue;
+            lock.unlock();
+            progress.processEvents();
+            lock.lock();
+        }
         return firstFailed >= k;
     }
 
@@ -493,7 +500,7 @@ ExtractResult extractWithWorkers(ArchiveReader& reader, const QString& target, P
         }
         bool failedBefore = false;
         while (open.size() >= maxOpen && !failedBefore) {
-            failedBefore = !workers.waitAllBefore(workers.firstPieceOf(open.front().file + 1));
+            failedBefore = !workers.waitAllBefore(workers.firstPieceOf(open.front().file + 1), progress);
             if (failedBefore) break;  // that file may still have to be cut
             ::close(open.front().fd);
             open.pop_front();
@@ -517,7 +524,7 @@ ExtractResult extractWithWorkers(ArchiveReader& reader, const QString& target, P
         if (fd >= 0) {
             madeFiles.emplace_back(i, path);
         } else if (errno == EEXIST) {
-            if (!workers.waitAllBefore(workers.firstPieceOf(i))) break;
+            if (!workers.waitAllBefore(workers.firstPieceOf(i), progress)) break;
             fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
         }
         if (fd < 0) {
@@ -541,7 +548,7 @@ ExtractResult extractWithWorkers(ArchiveReader& reader, const QString& target, P
         published = i + 1;
     }
 
-    workers.waitAllBefore(workers.firstPieceOf(published));
+    workers.waitAllBefore(workers.firstPieceOf(published), progress);
     const size_t bad = workers.stop();
 
     ExtractResult result;
