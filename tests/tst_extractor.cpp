@@ -476,7 +476,7 @@ void TestExtractor::parallelMatchesOneThread()
     NullProgress none;
     QVERIFY(r.open(archive(b), none));
     QMap<QString, QByteArray> trees[2];
-    int statuses[2];
+    ExtractResult results[2];
     for (int run = 0; run < 2; ++run) {
         QTemporaryDir out;
         for (uint32_t i = 0; earlierTree && i < r.fileCount; ++i) {
@@ -484,17 +484,18 @@ void TestExtractor::parallelMatchesOneThread()
             QVERIFY(writeFile(out.filePath(r.nameOf(i)), "earlier " + r.nameOf(i).toUtf8()));
         }
         ScriptedProgress progress(cancelAt);
-        statuses[run] = extractArchive(r, out.path(), progress, run == 0 ? 1 : 3).status;
+        results[run] = extractArchive(r, out.path(), progress, run == 0 ? 1 : 3);
         trees[run] = contentsOf(out.path());
     }
-    QCOMPARE(statuses[1], statuses[0]);
+    QCOMPARE(results[1].status, results[0].status);
+    QCOMPARE(results[1].failedName, results[0].failedName);
     QCOMPARE(trees[1].keys(), trees[0].keys());
     QCOMPARE(trees[1], trees[0]);
     const int expected = breakAt >= 0 ? int(texture ? ArchiveStatus::Lz4Error : ArchiveStatus::ZlibError)
                          : cancelAt >= 0 ? int(ArchiveStatus::Aborted)
                          : newName.startsWith("dir6") ? int(ArchiveStatus::FileOpenError)
                                                       : int(ArchiveStatus::Complete);
-    QCOMPARE(statuses[0], expected);
+    QCOMPARE(results[0].status, expected);
     QString fault1, fault3;
     QCOMPARE(verifyArchive(r, fault3, 3), verifyArchive(r, fault1, 1));
     QCOMPARE(fault3, fault1);

@@ -570,7 +570,7 @@ ExtractResult extractWithWorkers(ArchiveReader& reader, const QString& target, P
         progress.setValue(100);
         return result;
     }
-    result.failedName = reader.nameOf(last);
+    if (result.status != ArchiveStatus::Aborted) result.failedName = reader.nameOf(last);
     for (auto it = madeFiles.rbegin(); it != madeFiles.rend() && it->first > last; ++it) ::unlink(it->second.constData());
     for (auto it = madeFolders.rbegin(); it != madeFolders.rend() && it->first > last; ++it)
         ::rmdir(QFile::encodeName(it->second).constData());
@@ -610,6 +610,7 @@ ExtractResult extractArchive(ArchiveReader& reader, const QString& targetFolder,
         progress.setValue(int(std::min<uint32_t>(i, INT32_MAX)));
         if (progress.wasCanceled()) {
             result.status = ArchiveStatus::Aborted;
+            result.failedName.clear();  // nothing failed
             return result;
         }
         const FileRecord& record = reader.records[i];
