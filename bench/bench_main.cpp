@@ -494,7 +494,7 @@ void benchGather(const QString& dir)
                 t[j] = bestOf(3, [&] {
                     SourceList copy = sources;
                     NullProgress none;
-                    if (writeArchive(copy, dir + "/small.ba2", false, 1, 6, 0, none, j ? defaultJobCount() : 1).status != 1)
+                    if (writeArchive(copy, dir + "/small.ba2", false, 1, 6, 0, none, j ? creationJobs(copy, defaultJobCount()) : 1).status != 1)
                         std::fprintf(stderr, "create failed\n");
                     QFile::remove(dir + "/small.ba2");
                 });

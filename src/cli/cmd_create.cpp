@@ -153,7 +153,7 @@ int runCreate(const QStringList& args, int jobs)
 
     TerminalProgress progress("Writing");
     const WriteResult r = writeArchive(sources, output, archiveFormat == 1, archiveVersion, zlibLevel, lz4Mode,
-                                       progress, jobs, engine);
+                                       progress, creationJobs(sources, jobs), engine);
     progress.finish();
 
     if (r.status >= 0) {

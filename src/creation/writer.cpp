@@ -685,3 +685,19 @@ WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool is
     result.status = ArchiveStatus::Complete;
     return result;
 }
+
+// Handing a file to another thread costs about what compressing a few kilobytes does. The sizes
+// of up to 64 files spread over the list decide; the archive is the same either way.
+int creationJobs(const SourceList& sources, int jobs)
+{
+    const size_t count = sources.size();
+    const size_t samples = std::min<size_t>(count, 64);
+    if (jobs <= 1 || samples == 0) return 1;
+    uint64_t bytes = 0;
+    for (size_t s = 0; s < samples; ++s) {
+        struct stat info;
+        if (::stat(QFile::encodeName(sourcePathOf(sources[s * count / samples])).constData(), &info) == 0)
+            bytes += uint64_t(info.st_size);
+    }
+    return bytes / samples < 16 * 1024 ? 1 : jobs;
+}

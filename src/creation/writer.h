@@ -27,3 +27,7 @@ struct WriteResult {
 WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool isTexture, int version,
                          int zlibLevel, int lz4Mode, Progress& progress, int jobs = 1,
                          ZlibEngine engine = ZlibEngine::Auto);
+
+// The worker threads worth using to write these sources: jobs, or 1 for a folder of tiny files,
+// where handing files between threads costs more than it saves.
+int creationJobs(const SourceList& sources, int jobs);

@@ -16,7 +16,7 @@ int saveArchive(SourceList& sources, QString targetPath, bool isTexture, int ver
 
     DialogProgress adapter(progress);
     const WriteResult result =
-        writeArchive(sources, targetPath, isTexture, version, zlibLevel, lz4Mode, adapter, defaultJobCount());
+        writeArchive(sources, targetPath, isTexture, version, zlibLevel, lz4Mode, adapter, creationJobs(sources, defaultJobCount()));
     if (result.status == ArchiveStatus::Complete) {
         progress->setMaximum(100);
         progress->setValue(100);
