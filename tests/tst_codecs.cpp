@@ -48,8 +48,8 @@ QByteArray mixedBytes(int size, uint64_t seed)
 }
 
 // Random bytes in which the bytes the lz4 compressor hashes at 10 (four, or five from 65,547 bytes on)
-// recur at 50, and those at 30 hash alike but for the lowest two bits of a 2^28-entry table (2^29
-// two-byte): a table that large keeps the first and finds the match, one a quarter the size does not.
+// recur at 50, and those at 30 get the same table index but for its lowest bit in a 2^28-entry table
+// (2^29 two-byte): a table that large keeps the first and finds the match, one a quarter the size not.
 QByteArray collidingInput(bool wide)
 {
     QByteArray in = testutil::patternBytes(wide ? 70000 : 1000, 57, false);
