@@ -1,19 +1,171 @@
-// The window's user operations driven offscreen through the dialog seam: loading by every
-// route, the file list, the assistance wiring, Create Archive and Extract All with their
-// boxes, cancels and failures.
+// The window driven offscreen through the dialog seam: loading by every route, the file list,
+// the assistance wiring, Create Archive and Extract All, Zarnel.ini, the themes, Help and Exit.
 
-#include "windowtestutil.h"
+#include "app/dialogs.h"
+#include "app/mainwindow.h"
+#include "app/ui_mainwindow.h"
+
+#include "testutil.h"
 
 #include <QtTest>
+#include <QtWidgets>
 
-using namespace wintest;
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <vector>
+
 using testutil::Pack;
 
 namespace {
 
+// A file or folder dialog takes the next queued answer ("" = cancelled) and is recorded as
+// "kind caption|start folder|filter or options"; a box as "kind|text|informative text".
+class ScriptedDialogs : public Dialogs {
+public:
+    ScriptedDialogs() { install(this); }
+    ~ScriptedDialogs() override { install(nullptr); }
+    QStringList answers, asked, boxes;
+    QList<QUrl> urls;
+
+    QString answer(const QString& what, const QString& dir, const QString& extra)
+    {
+        asked << what + QLatin1Char('|') + dir + QLatin1Char('|') + extra;
+        return answers.isEmpty() ? QString() : answers.takeFirst();
+    }
+    QString getExistingDirectory(QWidget*, const QString& c, const QString& d, QFileDialog::Options o) override
+    { return answer("dir " + c, d, QString::number(int(o))); }
+    QString getOpenFileName(QWidget*, const QString& c, const QString& d, const QString& f) override
+    { return answer("open " + c, d, f); }
+    QString getSaveFileName(QWidget*, const QString& c, const QString& d, const QString& f) override
+    { return answer("save " + c, d, f); }
+    void showMessage(QMessageBox::Icon icon, const QString& text, const QString& informative) override
+    {
+        const char* kind =
+            icon == QMessageBox::Information ? "info|" : icon == QMessageBox::Warning ? "warn|" : "other|";
+        boxes << kind + text + QLatin1Char('|') + informative;
+    }
+    void about(QWidget*, const QString& title, const QString& text) override { boxes << "about|" + title + '|' + text; }
+    void aboutQt(QWidget*, const QString& title) override { boxes << "aboutQt|" + title; }
+    bool openUrl(const QUrl& url) override { urls << url; return true; }
+};
+
+// A window as the entry point leaves it before the event loop; args follow the program name,
+// and before() runs between setArg and initialize (to arm a canceller for the command line).
+std::unique_ptr<MainWindow> startWindow(const QByteArrayList& args = {},
+                                               const std::function<void(MainWindow&)>& before = {})
+{
+    static QByteArrayList store;
+    static std::vector<char*> argv;
+    store = QByteArrayList{"zarnel"} + args;
+    argv.clear();
+    for (QByteArray& arg : store) argv.push_back(arg.data());
+    argv.push_back(nullptr);
+    auto window = std::make_unique<MainWindow>();
+    window->setArg(int(store.size()), argv.data());
+    if (before) before(*window);
+    window->initialize();
+    return window;
+}
+
 const QString kHint = QStringLiteral("*** Drag and drop the File or Folder ***");
 const QString kRecommended = QStringLiteral("* assistance * This is the recommended settings.");
+const QString kSix = "6 files " + kRecommended;
+const QString kAllDds =
+    "2 files * assistance * 'DDS format' selected, because all DDS files. and, Ver.3 BA2 can be created.";
 const QString kReadError = QStringLiteral("info|Read Files.|BA2 File Error");
+const QString kVer3Warning = QStringLiteral("* Warning * Only texture files can be archived to Ver.3 BA2.");
+
+QByteArray readIni() { return testutil::readFile(QStringLiteral("Zarnel.ini")); }
+bool writeIni(const QByteArray& content) { return testutil::writeFile(QStringLiteral("Zarnel.ini"), content); }
+QVariant setting(const char* key)
+{
+    return QSettings(QStringLiteral("Zarnel.ini"), QSettings::IniFormat).value(QLatin1String(key));
+}
+
+void drop(MainWindow& window, const QStringList& paths)
+{
+    QMimeData mime;
+    QList<QUrl> urls;
+    for (const QString& p : paths) urls << QUrl::fromLocalFile(p);
+    mime.setUrls(urls);
+    // Qt delivers a drop only to the widget that accepted the drag's entry.
+    QDragEnterEvent enter(QPoint(20, 20), Qt::CopyAction, &mime, Qt::LeftButton, Qt::NoModifier);
+    QCoreApplication::sendEvent(&window, &enter);
+    QDropEvent event(QPointF(20, 20), Qt::CopyAction, &mime, Qt::LeftButton, Qt::NoModifier);
+    if (enter.isAccepted()) QCoreApplication::sendEvent(&window, &event);
+}
+
+// Picks a combo item as the user does: the selection, then the activation the slots listen to.
+void choose(QComboBox* combo, int index)
+{
+    combo->setCurrentIndex(index);
+    emit combo->activated(index);
+}
+
+QStringList listTexts(const MainWindow& window)
+{
+    QStringList texts;
+    const QListWidget* list = window.ui->listWidget_Files;
+    for (int i = 0; i < list->count(); ++i) texts << list->item(i)->text();
+    return texts;
+}
+
+using Tree = QMap<QString, QByteArray>;  // relative path -> content
+
+bool writeTree(const QString& root, const Tree& tree)
+{
+    bool ok = QDir().mkpath(root);
+    for (auto it = tree.begin(); it != tree.end(); ++it)
+        ok = testutil::writeFile(root + QLatin1Char('/') + it.key(), it.value()) && ok;
+    return ok;
+}
+
+Tree readTree(const QString& root)
+{
+    Tree tree;
+    QDirIterator it(root, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        tree[QDir(root).relativeFilePath(path)] = testutil::readFile(path);
+    }
+    return tree;
+}
+
+// Cancels the progress dialog with the given label once ready() holds. Looked at on every tick
+// of a zero timer (the scans process events per entry) and when a dialog gets its style sheet,
+// the last step of building one (the engines check Cancel before they process any event).
+class Canceller : public QObject {
+public:
+    explicit Canceller(const QString& label, std::function<bool()> ready = [] { return true; })
+        : label(label), ready(std::move(ready))
+    {
+        qApp->installEventFilter(this);
+        startTimer(0);
+    }
+    ~Canceller() override { qApp->removeEventFilter(this); }
+    bool fired = false;
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override
+    {
+        const bool look = event->type() == QEvent::StyleChange || (watched == this && event->type() == QEvent::Timer);
+        if (fired || !look || !ready()) return false;
+        for (QWidget* w : QApplication::topLevelWidgets()) {
+            auto* dialog = qobject_cast<QProgressDialog*>(w);
+            if (dialog && dialog->labelText() == label) {
+                dialog->cancel();
+                fired = true;
+            }
+        }
+        return false;
+    }
+
+private:
+    QString label;
+    std::function<bool()> ready;
+};
 
 // Its archive order follows the ordering rules: a folder's own files first, '_' after
 // letters, then subfolders by name.
@@ -56,68 +208,137 @@ QString controls(const MainWindow& w)
     return s;
 }
 
-// Format, Version, zlib level and LZ4 mode as stored in Zarnel.ini.
-QList<int> storedChoices()
-{
-    return {setting("Format").toInt(), setting("Version").toInt(), setting("zlibCompressionLevel").toInt(),
-            setting("LZ4CompressionLevel").toInt()};
-}
-
 QStringList infoLines(const MainWindow& w)
 {
     return {w.ui->label_Ba2Info1->text(), w.ui->label_Ba2Info2->text(), w.ui->label_Ba2Info3->text()};
 }
 
+const QStringList kKeys = {"Format", "Version", "zlibCompressionLevel", "LZ4CompressionLevel", "CreateAssistance",
+                            "SaveStringTable", "MaxChunkCount", "SingleMipChunkAreaWidth", "SingleMipChunkAreaHeight",
+                            "ListView", "Theme", "ExtractAllDir", "OpenArchiveDir", "CreateArchiveDir", "DropFileDir"};
+
+// The first keys of Zarnel.ini ("missing" where missing), and the members they are read into.
+QStringList stored(int count = 15)
+{
+    QSettings ini(QStringLiteral("Zarnel.ini"), QSettings::IniFormat);
+    QStringList values;
+    for (const QString& key : kKeys.mid(0, count)) values << ini.value(key, "missing").toString();
+    return values;
+}
+QStringList members(const MainWindow& w)
+{
+    QStringList m;
+    for (int v : {w.archiveFormat, w.archiveVersion, w.zlibLevel, w.lz4Mode, w.createAssistance, w.saveStringTable,
+                  w.maxChunkCount, w.singleMipChunkAreaWidth, w.singleMipChunkAreaHeight, w.listView, w.theme})
+        m << QString::number(v);
+    return m << w.extractAllDir << w.openArchiveDir << w.createArchiveDir << w.dropFileDir;
+}
+
+// Qt drops comments when it rewrites an INI file, so a leading comment tells whether a write happened.
+const QByteArray kProbe = "; untouched\n";
+
+// What the user sees of the remembered choices: the four combos, the check box, the checked actions.
+QStringList shown(const MainWindow& w)
+{
+    const Ui::MainWindow& ui = *w.ui;
+    QStringList s;
+    for (QComboBox* c : {ui.comboBox_Format, ui.comboBox_Ver, ui.comboBox_zlibComp, ui.comboBox_LZ4Comp})
+        s << c->currentText();
+    s << QString::number(ui.checkBox_assist->isChecked());
+    for (QAction* a : {ui.action_Full, ui.action_1000_Items, ui.action_NotShown, ui.action_Theme_Windows_default,
+                       ui.action_Theme_Starfield, ui.action_Theme_Fallout})
+        if (a->isChecked()) s << a->text();
+    return s;
+}
+
+// Brightest grey level among a widget's pixels: white text reaches the top, gray text does not.
+int brightest(QWidget* w)
+{
+    const QImage image = w->grab().toImage();
+    int best = 0;
+    for (int y = 0; y < image.height(); ++y)
+        for (int x = 0; x < image.width(); ++x) best = qMax(best, qGray(image.pixel(x, y)));
+    return best;
+}
+
 }  // namespace
+
+struct LoadCase {
+    QString route;       // open, drop, startup or select
+    QByteArray content;  // of Arc/Mixed.BA2; null: the folder Data of the general tree
+    QStringList info, list;
+    QString state;       // controls()
+    QStringList boxes;
+    QString status;
+    int sources;
+};
+Q_DECLARE_METATYPE(LoadCase)
+
+struct CreateCase {
+    QString tree;           // general, textures or empty; cancel: general, then cancelled
+    QList<int> picks;       // items of the format, version, zlib and LZ4 combos; -1: as assisted
+    QString settings;       // format, version, zlib level and LZ4 mode of the archive; none: no archive
+    QStringList boxes;
+    QString status;
+};
+Q_DECLARE_METATYPE(CreateCase)
+
+struct SettingsCase {
+    QByteArray file;      // Zarnel.ini after "[General]"; null: no file
+    QString control;      // what is chosen after the start, if anything
+    int index;            // combo item picked
+    QStringList expected; // the members in the order of kKeys, and the keys if rewritten
+    bool written;
+    bool warned = false;  // about version 3 for general files
+};
+Q_DECLARE_METATYPE(SettingsCase)
 
 class TestWinOps : public QObject {
     Q_OBJECT
-    std::unique_ptr<TempWorkDir> scratch;
+    std::unique_ptr<QTemporaryDir> work;  // the working folder, a fresh one per test
     std::unique_ptr<ScriptedDialogs> dialogs;
 
 private slots:
-    void init() { scratch = std::make_unique<TempWorkDir>(); dialogs = std::make_unique<ScriptedDialogs>(); }
-    void cleanup() { dialogs.reset(); scratch.reset(); }
+    QString path(const QString& relative) const { return work->filePath(relative); }
+    void init()
+    {
+        work = std::make_unique<QTemporaryDir>();
+        QDir::setCurrent(work->path());
+        dialogs = std::make_unique<ScriptedDialogs>();
+    }
+    void cleanup() { dialogs.reset(); }
     void load_data(); void load();
     void create_data(); void create();
-    void engines_data(); void engines();
-    void cancelledDialogs();
+    void extract_data(); void extract();
     void listViews_data(); void listViews();
     void assistance_data(); void assistance();
     void gathering();
+    void settings_data(); void settings();
+    void themes_data(); void themes();
+    void helpBoxes();
+    void exitEndsProcessWithZero();
 };
 
 void TestWinOps::load_data()
 {
-    QTest::addColumn<QString>("route");       // open, drop, startup or select
-    QTest::addColumn<QByteArray>("content");  // of Arc/Mixed.BA2; null: the folder Data of the general tree
-    QTest::addColumn<QStringList>("info");
-    QTest::addColumn<QStringList>("list");
-    QTest::addColumn<QString>("state");       // controls()
-    QTest::addColumn<QStringList>("boxes");
-    QTest::addColumn<QString>("status");
-    QTest::addColumn<int>("sources");
-
+    QTest::addColumn<LoadCase>("c");
     const QByteArray big = testutil::patternBytes(50000, 11), small = testutil::patternBytes(900, 12);
     testutil::Ba2Builder v1, v2, v3, v3code0, chunks, general;
     v1.addGeneral("meshes/a.nif", big, Pack::Zlib);
     v1.addGeneral("meshes/b.nif", small, Pack::Zlib);
     v1.addGeneral("readme.txt", "plain", Pack::Stored);
-    const float ratio1 =
+    const double ratio1 =
         float(float(v1.entries[0].packedSize + v1.entries[1].packedSize) / float(big.size() + small.size()) * 100.0);
     const QStringList info1 = {"BA2 Ver.1 (3 files)", "Format: General",
-                               QString::asprintf("Compression: zlib (%3.2f%%)", double(ratio1))};
+                               QString::asprintf("Compression: zlib (%3.2f%%)", ratio1)};
     const QStringList names1 = {"meshes/a.nif", "meshes/b.nif", "readme.txt"};
     v2.version = 2;
     v2.addGeneral("sound/x.wav", small, Pack::Stored);
-    const QStringList info2 = {"BA2 Ver.2 (1 file)", "Format: General", "Compression: Non"};
     v3.version = 3;
     v3.texture = true;
     const testutil::TestEntry& t =
         v3.addTexture("textures/t.dds", 8, 8, 2, 28, {big.left(256), big.mid(256, 64)}, Pack::Lz4);
-    const float ratio3 = float(float(t.chunks[0].packedSize + t.chunks[1].packedSize) / float(256 + 64) * 100.0);
-    const QStringList info3 = {"BA2 Ver.3 (1 file)", "Format: DDS(Texture)",
-                               QString::asprintf("Compression: LZ4 (%3.2f%%)", double(ratio3))};
+    const double ratio3 = float(float(t.chunks[0].packedSize + t.chunks[1].packedSize) / float(256 + 64) * 100.0);
     v3code0.version = 3;
     v3code0.compressionCode = 0;
     v3code0.addGeneral("a.txt", "abc");
@@ -126,152 +347,150 @@ void TestWinOps::load_data()
     general.addGeneral("a.txt", "abc");
     const QByteArray unknownType = general.build().replace(8, 4, "XXXX");
     const QStringList noInfo = {"", "", ""}, error = {"BA2 Error.", "", ""};
-    const QString v3Box = "warn|This is Ver3-BA2 of a kind not yet supported.(code:0)|Please report to the author.";
-    const QString chunkBox = "warn|The maximum number of chunks that Zarnel can process is 16.|";
-    const QString one = "1 file " + kRecommended, six = "6 files " + kRecommended;
-    const QString aborted = "info|Read Files.|Aborted.";
+    const QString one = "1 file " + kRecommended, aborted = "info|Read Files.|Aborted.";
 
-    auto row = [](const char* name, const char* route, const QByteArray& content, const QStringList& info,
-                  const QStringList& list, const char* state, const QStringList& boxes, const QString& status,
-                  int sources) {
-        QTest::newRow(name) << QString(route) << content << info << list << QString(state) << boxes << status
-                            << sources;
-    };
-    row("open v1 zlib", "open", v1.build(), info1, names1, "E-CL", {}, "earlier", 0);
-    row("open one file v2 stored", "open", v2.build(), info2, {"sound/x.wav"}, "E-CL", {}, "earlier", 0);
-    row("open texture v3 lz4", "open", v3.build(), info3, {"textures/t.dds"}, "E-CL", {}, "earlier", 0);
-    row("drop archive", "drop", v1.build(), info1, names1, "E-CL", {}, "", 0);
-    row("startup archive", "startup", v1.build(), info1, names1, "E-CL", {}, "", 0);
+    auto row = [](const char* name, const LoadCase& c) { QTest::newRow(name) << c; };
+    row("open v1 zlib", {"open", v1.build(), info1, names1, "E-CL", {}, "earlier", 0});
+    row("open one file v2 stored", {"open", v2.build(),
+        {"BA2 Ver.2 (1 file)", "Format: General", "Compression: Non"}, {"sound/x.wav"}, "E-CL", {}, "earlier", 0});
+    row("open texture v3 lz4", {"open", v3.build(),
+        {"BA2 Ver.3 (1 file)", "Format: DDS(Texture)", QString::asprintf("Compression: LZ4 (%3.2f%%)", ratio3)},
+        {"textures/t.dds"}, "E-CL", {}, "earlier", 0});
+    row("drop archive", {"drop", v1.build(), info1, names1, "E-CL", {}, "", 0});
+    row("startup archive", {"startup", v1.build(), info1, names1, "E-CL", {}, "", 0});
     // A .ba2 that is no archive: gathered, but through Open Archive neither listed nor assessed.
-    row("open no archive", "open", "hello, no archive", noInfo, {}, "---L", {}, "earlier", 1);
-    row("drop no archive", "drop", "hello, no archive", noInfo, {"mixed.ba2"}, "-ACL", {}, one, 1);
-    row("drop three bytes", "drop", "BTD", noInfo, {"mixed.ba2"}, "-ACL", {}, one, 1);
-    row("open refused v3 code 0", "open", v3code0.build(), error, {}, "---L", {v3Box}, "earlier", 0);
-    row("drop refused 17 chunks", "drop", chunks.build(), error, {}, "---L", {chunkBox, kReadError}, "", 0);
-    row("startup refused type", "startup", unknownType, error, {}, "---L", {kReadError}, "", 0);
-    row("drop refused no files", "drop", testutil::Ba2Builder().build(), error, {}, "---L", {kReadError}, "", 0);
-    row("drop folder", "drop", QByteArray(), noInfo, kGeneralOrder, "-ACL", {}, six, 6);
-    row("select folder", "select", QByteArray(), noInfo, kGeneralOrder, "-ACL", {}, six, 6);
-    row("startup folder", "startup", QByteArray(), noInfo, kGeneralOrder, "-ACL", {}, six, 6);
-    row("drop cancelled", "drop", QByteArray(), noInfo, {}, "---L", {aborted}, "", 0);
+    row("open no archive", {"open", "hello, no archive", noInfo, {}, "---L", {}, "earlier", 1});
+    row("drop no archive", {"drop", "hello, no archive", noInfo, {"mixed.ba2"}, "-ACL", {}, one, 1});
+    row("drop three bytes", {"drop", "BTD", noInfo, {"mixed.ba2"}, "-ACL", {}, one, 1});
+    row("open refused v3 code 0", {"open", v3code0.build(), error, {}, "---L",
+        {"warn|This is Ver3-BA2 of a kind not yet supported.(code:0)|Please report to the author."}, "earlier", 0});
+    row("drop refused 17 chunks", {"drop", chunks.build(), error, {}, "---L",
+        {"warn|The maximum number of chunks that Zarnel can process is 16.|", kReadError}, "", 0});
+    row("startup refused type", {"startup", unknownType, error, {}, "---L", {kReadError}, "", 0});
+    row("drop refused no files", {"drop", testutil::Ba2Builder().build(), error, {}, "---L", {kReadError}, "", 0});
+    row("drop folder", {"drop", QByteArray(), noInfo, kGeneralOrder, "-ACL", {}, kSix, 6});
+    row("select folder", {"select", QByteArray(), noInfo, kGeneralOrder, "-ACL", {}, kSix, 6});
+    row("startup folder", {"startup", QByteArray(), noInfo, kGeneralOrder, "-ACL", {}, kSix, 6});
+    row("drop cancelled", {"drop", QByteArray(), noInfo, {}, "---L", {aborted}, "", 0});
     // No Clear List at start-up: the list stays hidden.
-    row("startup cancelled", "startup", QByteArray(), noInfo, {}, "----", {aborted}, "", 0);
+    row("startup cancelled", {"startup", QByteArray(), noInfo, {}, "----", {aborted}, "", 0});
 }
 
 void TestWinOps::load()
 {
-    QFETCH(QString, route);
-    QFETCH(QByteArray, content);
-    QFETCH(QStringList, info);
-    QFETCH(QStringList, list);
-    QFETCH(QString, state);
-    QFETCH(QStringList, boxes);
-    QFETCH(QString, status);
-    QFETCH(int, sources);
-
+    QFETCH(LoadCase, c);
     // Mixed case on purpose: the file is opened by its real name, and the suffix test ignores case.
-    const QString path = scratch->path(content.isNull() ? "Data" : "Arc/Mixed.BA2");
-    QVERIFY(content.isNull() ? writeTree(scratch->path(), generalTree()) : testutil::writeFile(path, content));
-    QVERIFY(testutil::writeFile(scratch->path("Other/extra.txt"), "x"));
+    const QString file = path(c.content.isNull() ? "Data" : "Arc/Mixed.BA2");
+    QVERIFY(c.content.isNull() ? writeTree(work->path(), generalTree()) : testutil::writeFile(file, c.content));
+    QVERIFY(testutil::writeFile(path("Other/extra.txt"), "x"));
     // The reading dialog is cancelled after three files where the load is to be aborted.
-    const bool cancel = boxes.contains(QStringLiteral("info|Read Files.|Aborted."));
+    const bool cancel = c.boxes.contains(QStringLiteral("info|Read Files.|Aborted."));
     std::unique_ptr<Canceller> canceller;
     auto arm = [&](MainWindow& w) {
         if (cancel)
             canceller = std::make_unique<Canceller>("Reading Files...", [&w] { return w.sources.size() >= 3; });
     };
     std::unique_ptr<MainWindow> w;
-    if (route == "startup") {
+    if (c.route == "startup") {
         // Backslashes reach the loader as '/', and only the first argument counts.
-        w = startWindow({path.toUtf8().replace('/', '\\'), scratch->path("Other").toUtf8()}, arm);
+        w = startWindow({file.toUtf8().replace('/', '\\'), path("Other").toUtf8()}, arm);
     } else {
         w = startWindow();
         arm(*w);
         w->statusBar()->showMessage("earlier");  // a drop clears it; the other routes leave it
-        if (route == "drop") drop(*w, {path});
-        dialogs->answers << path;
-        if (route == "open") w->ui->pushButton_File->click();
-        if (route == "select") w->ui->pushButton_SelFolder->click();
+        if (c.route == "drop") drop(*w, {file});
+        dialogs->answers << file;
+        if (c.route == "open") w->ui->pushButton_File->click();
+        if (c.route == "select") w->ui->pushButton_SelFolder->click();
     }
 
     QVERIFY(!cancel || canceller->fired);
-    QCOMPARE(dialogs->boxes, boxes);
-    QCOMPARE(infoLines(*w), info);
-    QCOMPARE(listTexts(*w), numbered(list));
-    QCOMPARE(controls(*w), state);
-    QCOMPARE(w->statusBar()->currentMessage(), status);
-    QCOMPARE(int(w->sources.size()), sources);
-    QCOMPARE(w->readerActive, state.startsWith('E'));
+    QCOMPARE(dialogs->boxes, c.boxes);
+    QCOMPARE(infoLines(*w), c.info);
+    QCOMPARE(listTexts(*w), numbered(c.list));
+    QCOMPARE(controls(*w), c.state);
+    QCOMPARE(w->statusBar()->currentMessage(), c.status);
+    QCOMPARE(int(w->sources.size()), c.sources);
+    QCOMPARE(w->readerActive, c.state.startsWith('E'));
     QVERIFY(w->statusBar()->findChildren<QProgressBar*>().isEmpty());
     // After a failure box the drop and Select Folder clear the list, and with it the source line.
-    const bool cleared = !boxes.filter("Read Files.").isEmpty() && route != "startup";
-    QCOMPARE(w->ui->lineEdit_SrcFile->text(), cleared ? kHint : path);
-    if (route == "open") {
+    const bool cleared = !c.boxes.filter("Read Files.").isEmpty() && c.route != "startup";
+    QCOMPARE(w->ui->lineEdit_SrcFile->text(), cleared ? kHint : file);
+    if (c.route == "open") {
         QCOMPARE(dialogs->asked, QStringList{"open Open Archive||BA2 Archive (*.ba2)"});
-        QCOMPARE(setting("OpenArchiveDir").toString(), scratch->path("Arc/"));
-    } else if (route == "select") {
+        QCOMPARE(setting("OpenArchiveDir").toString(), path("Arc/"));
+    } else if (c.route == "select") {
         QCOMPARE(dialogs->asked, QStringList{"dir Pick a folder to Archive||3"});
-        QCOMPARE(setting("DropFileDir").toString(), scratch->path());
+        QCOMPARE(setting("DropFileDir").toString(), work->path());
     }
 }
 
 void TestWinOps::create_data()
 {
-    QTest::addColumn<bool>("textures");
-    QTest::addColumn<QList<int>>("picks");     // items of the version, zlib and LZ4 combos; -1: as assisted
-    QTest::addColumn<QList<int>>("settings");  // version, zlib level and LZ4 mode that follow
-    QTest::newRow("general, assisted v2 zlib 1") << false << QList<int>{-1, -1, -1} << QList<int>{2, 1, 1};
-    QTest::newRow("general v1 stored") << false << QList<int>{0, 9, -1} << QList<int>{1, 0, 1};
-    QTest::newRow("textures, assisted v3 lz4") << true << QList<int>{-1, -1, -1} << QList<int>{3, 1, 1};
-    QTest::newRow("textures v3 lz4 stored") << true << QList<int>{-1, -1, 2} << QList<int>{3, 1, 0};
-    QTest::newRow("textures v1 zlib 6") << true << QList<int>{0, 5, -1} << QList<int>{1, 6, 1};
+    QTest::addColumn<CreateCase>("c");
+    const QList<int> assisted = {-1, -1, -1, -1};
+    const QStringList complete = {"info|Save Archive|Complete."};
+    auto row = [](const char* name, const CreateCase& c) { QTest::newRow(name) << c; };
+    row("general, assisted v2 zlib 1", {"general", assisted, "0,2,1,1", complete, kSix});
+    row("general v1 stored", {"general", {-1, 0, 9, -1}, "0,1,0,1", complete, kSix});
+    row("textures, assisted v3 lz4", {"textures", assisted, "1,3,1,1", complete, kAllDds});
+    row("textures v3 lz4 stored", {"textures", {-1, -1, -1, 2}, "1,3,1,0", complete, kAllDds});
+    row("textures v1 zlib 6", {"textures", {-1, 0, 5, -1}, "1,1,6,1", complete, kAllDds});
+    row("cancelled", {"cancel", assisted, {}, {"info|Save Archive|Aborted."}, kSix});
+    row("texture format of non-DDS files",
+        {"general", {1, -1, -1, -1}, {}, {"warn|Save Archive|Save Archive Error.\n DDS File Error."}, kSix});
+    // The writer refuses an empty list without a word.
+    row("empty folder", {"empty", assisted, {}, {}, "0 file " + kRecommended});
 }
 
 void TestWinOps::create()
 {
-    QFETCH(bool, textures);
-    QFETCH(QList<int>, picks);
-    QFETCH(QList<int>, settings);
+    QFETCH(CreateCase, c);
     const QByteArray dds = testutil::readFile(testutil::samplesDir() + "/Blank.dds");
     QVERIFY(!dds.isEmpty());
-    QVERIFY(writeTree(scratch->path(), textures ? Tree{{"Tex/Stone.dds", dds}, {"Tex/armor/plate.dds", dds}}
-                                                : generalTree()));
-    const QString folder = scratch->path(textures ? "Tex" : "Data"), target = scratch->path("out/new.ba2");
-    QVERIFY(QDir().mkpath(scratch->path("out")));
+    const bool textures = c.tree == "textures";
+    const QString folder = path(textures ? "Tex" : "Data"), out = path("out");
+    const Tree tree = textures ? Tree{{"Tex/Stone.dds", dds}, {"Tex/armor/plate.dds", dds}} : generalTree();
+    QVERIFY(QDir().mkpath(out) && QDir().mkpath(folder) && (c.tree == "empty" || writeTree(work->path(), tree)));
     auto w = startWindow();
     drop(*w, {folder});
-    const QList<QComboBox*> combos = {w->ui->comboBox_Ver, w->ui->comboBox_zlibComp, w->ui->comboBox_LZ4Comp};
-    for (int i = 0; i < 3; ++i)
-        if (picks[i] >= 0) choose(combos[i], picks[i]);
-    dialogs->answers << target;
+    const QList<QComboBox*> combos = {w->ui->comboBox_Format, w->ui->comboBox_Ver, w->ui->comboBox_zlibComp,
+                                      w->ui->comboBox_LZ4Comp};
+    for (int i = 0; i < 4; ++i)
+        if (c.picks[i] >= 0) choose(combos[i], c.picks[i]);
+    dialogs->answers << out + "/new.ba2";
+    std::unique_ptr<Canceller> canceller;
+    if (c.tree == "cancel") canceller = std::make_unique<Canceller>("Create Archive");
     w->ui->pushButton_Archive->click();
 
+    QVERIFY(!canceller || canceller->fired);
     QCOMPARE(dialogs->asked, QStringList{"save Save Archive||BA2 Archive (*.ba2)"});
-    QCOMPARE(dialogs->boxes, QStringList{"info|Save Archive|Complete."});
+    QCOMPARE(dialogs->boxes, c.boxes);
+    QCOMPARE(w->statusBar()->currentMessage(), c.status);
     QCOMPARE(controls(*w), QStringLiteral("-ACL"));
-    QCOMPARE(setting("CreateArchiveDir").toString(), scratch->path("out/"));
-    QCOMPARE(storedChoices(), QList<int>{textures} + settings);
-    QCOMPARE(QDir(scratch->path("out")).entryList(QDir::Files), QStringList{"new.ba2"});
-    const QByteArray bytes = testutil::readFile(target);
-    QCOMPARE(bytes.mid(4, 8), QByteArray(1, char(settings[0])) + QByteArray(3, '\0') + (textures ? "DX10" : "GNRL"));
+    QCOMPARE(w->ui->lineEdit_SrcFile->text(), folder);
+    QCOMPARE(setting("CreateArchiveDir").toString(), out + '/');
+    QCOMPARE(QDir(out).entryList(QDir::Files), c.settings.isEmpty() ? QStringList() : QStringList{"new.ba2"});
+    if (c.settings.isEmpty()) return;
+    const QStringList settings = c.settings.split(',');
+    QCOMPARE(stored(4), settings);
+    const QByteArray bytes = testutil::readFile(out + "/new.ba2");
+    QCOMPARE(bytes.mid(4, 8), char(settings[1].toInt()) + QByteArray(3, '\0') + (textures ? "DX10" : "GNRL"));
     // The command-line front end writes the same bytes for these settings.
     QProcess cli;
-    cli.start(ZARNEL_CLI_PATH, {"create", "--format", textures ? "texture" : "general", "--version",
-                                QString::number(settings[0]), "--zlib", QString::number(settings[1]), "--lz4",
-                                QString::number(settings[2]), "-o", scratch->path("reference.ba2"), folder});
+    cli.start(ZARNEL_CLI_PATH, {"create", "--format", textures ? "texture" : "general", "--version", settings[1],
+                                "--zlib", settings[2], "--lz4", settings[3], "-o", path("ref.ba2"), folder});
     QVERIFY(cli.waitForFinished(60000));
     QCOMPARE(cli.exitCode(), 0);
-    QVERIFY(testutil::readFile(scratch->path("reference.ba2")) == bytes);
+    QVERIFY(testutil::readFile(path("ref.ba2")) == bytes);
 }
 
-void TestWinOps::engines_data()
+void TestWinOps::extract_data()
 {
-    QTest::addColumn<QString>("run");          // create or extract, and how
-    QTest::addColumn<QByteArray>("archive");   // extracted from
-    QTest::addColumn<QStringList>("boxes");
-    QTest::addColumn<QString>("status");
-    QTest::addColumn<Tree>("output");          // in out/ afterwards
-
+    QTest::addColumn<QString>("run");  // how the folder is chosen: plain, slash or cancel
+    QTest::addColumn<QByteArray>("archive");
+    QTest::addColumn<QString>("box");
+    QTest::addColumn<Tree>("output");  // in out/ afterwards
     Tree extracted;
     const Tree tree = generalTree();
     for (auto it = tree.begin(); it != tree.end(); ++it) extracted[it.key().toLower()] = it.value();
@@ -280,109 +499,58 @@ void TestWinOps::engines_data()
     testutil::TestEntry& bad = b.addGeneral("bad.txt", testutil::patternBytes(4000, 3), Pack::Zlib);
     bad.stored[bad.stored.size() / 2] = char(bad.stored[bad.stored.size() / 2] ^ 0x55);
     bad.stored[2] = char(0xFF);
-    const QString six = "6 files " + kRecommended;
-    QTest::newRow("create cancelled") << "create cancel" << QByteArray() << QStringList{"info|Save Archive|Aborted."}
-                                      << six << Tree();
-    QTest::newRow("create texture of non-DDS files")
-        << "create texture" << QByteArray() << QStringList{"warn|Save Archive|Save Archive Error.\n DDS File Error."}
-        << six << Tree();
-    // The writer refuses an empty list without a word.
-    QTest::newRow("create from an empty folder")
-        << "create empty" << QByteArray() << QStringList() << "0 file " + kRecommended << Tree();
-    QTest::newRow("extract") << "extract" << generalArchive() << QStringList{"info|Extract All|Complete."}
-                             << " Extract All Complete!" << extracted;
+    QTest::newRow("extract") << "plain" << generalArchive() << "info|Extract All|Complete." << extracted;
     // A chosen folder that already ends in '/' gets no second one.
-    QTest::newRow("extract, folder with slash") << "extract slash" << generalArchive()
-                                                << QStringList{"info|Extract All|Complete."} << " Extract All Complete!"
-                                                << extracted;
-    QTest::newRow("extract cancelled") << "extract cancel" << generalArchive()
-                                       << QStringList{"info|Extract All|Aborted."} << " Extract All Error!" << Tree();
-    QTest::newRow("extract corrupt zlib block")
-        << "extract" << b.build() << QStringList{"warn|Extract All|Extract All Error.\n Decompress(zlib) Error."}
-        << " Extract All Error!" << Tree{{"good.txt", "fine"}, {"bad.txt", ""}};  // as far as written
+    QTest::newRow("folder with slash") << "slash" << generalArchive() << "info|Extract All|Complete." << extracted;
+    QTest::newRow("cancelled") << "cancel" << generalArchive() << "info|Extract All|Aborted." << Tree();
+    QTest::newRow("corrupt zlib block") << "plain" << b.build()
+                                        << "warn|Extract All|Extract All Error.\n Decompress(zlib) Error."
+                                        << Tree{{"good.txt", "fine"}, {"bad.txt", ""}};  // as far as written
 }
 
-void TestWinOps::engines()
+void TestWinOps::extract()
 {
     QFETCH(QString, run);
     QFETCH(QByteArray, archive);
-    QFETCH(QStringList, boxes);
-    QFETCH(QString, status);
+    QFETCH(QString, box);
     QFETCH(Tree, output);
-    const bool create = run.startsWith("create");
-    const QString out = scratch->path("out"), source = scratch->path(create ? "Data" : "a.ba2");
-    QVERIFY(QDir().mkpath(out));
-    const bool empty = run.endsWith("empty");
-    QVERIFY(create ? writeTree(empty ? source : scratch->path(), empty ? Tree() : generalTree())
-                   : testutil::writeFile(source, archive));
+    const QString out = path("out");
+    QVERIFY(QDir().mkpath(out) && testutil::writeFile(path("a.ba2"), archive));
     auto w = startWindow();
-    if (create) {
-        drop(*w, {source});
-        if (run.endsWith("texture")) choose(w->ui->comboBox_Format, 1);
-        dialogs->answers << out + "/new.ba2";
-    } else {
-        dialogs->answers << source << (run.endsWith("slash") ? out + '/' : out);
-        w->ui->pushButton_File->click();
-    }
+    dialogs->answers << path("a.ba2") << (run == "slash" ? out + '/' : out);
+    w->ui->pushButton_File->click();
     std::unique_ptr<Canceller> canceller;
-    if (run.endsWith("cancel")) canceller = std::make_unique<Canceller>(create ? "Create Archive" : "Extract All");
-    (create ? w->ui->pushButton_Archive : w->ui->pushButton_ExtractAll)->click();
+    if (run == "cancel") canceller = std::make_unique<Canceller>("Extract All");
+    w->ui->pushButton_ExtractAll->click();
 
     QVERIFY(!canceller || canceller->fired);
-    QCOMPARE(dialogs->boxes, boxes);
-    QCOMPARE(w->statusBar()->currentMessage(), status);
-    QCOMPARE(readTree(out), output);
-    QCOMPARE(controls(*w), create ? QStringLiteral("-ACL") : QStringLiteral("E-CL"));
-    QCOMPARE(setting(create ? "CreateArchiveDir" : "ExtractAllDir").toString(), out + '/');
-    // Extraction ends with the drag-and-drop hint in the source line; the archive stays open.
-    QCOMPARE(w->ui->lineEdit_SrcFile->text(), create ? source : kHint);
-}
-
-void TestWinOps::cancelledDialogs()
-{
-    QVERIFY(writeTree(scratch->path(), generalTree()));
-    QVERIFY(testutil::writeFile(scratch->path("a.ba2"), generalArchive()));
-    auto w = startWindow();
-    drop(*w, {scratch->path("Data")});
-    const QByteArray ini = readIni();
-    const QStringList list = listTexts(*w);
-    // No answers are queued, so every dialog answers as if cancelled, and nothing changes.
-    w->ui->pushButton_Archive->click();
-    w->ui->pushButton_File->click();
-    w->ui->pushButton_SelFolder->click();
-    w->ui->action_Open_Archive->trigger();
-    w->ui->action_Create_Archive_from_Folder->trigger();
-    const QString open = "open Open Archive||BA2 Archive (*.ba2)", select = "dir Pick a folder to Archive||3";
-    QCOMPARE(dialogs->asked, (QStringList{"save Save Archive||BA2 Archive (*.ba2)", open, select, open, select}));
-    QCOMPARE(readIni(), ini);
-    QCOMPARE(listTexts(*w), list);
-    QCOMPARE(controls(*w), QStringLiteral("-ACL"));
-
-    dialogs->answers << scratch->path("a.ba2");
-    w->ui->pushButton_File->click();
-    w->ui->pushButton_ExtractAll->click();
     QCOMPARE(dialogs->asked.last(), QStringLiteral("dir Pick a folder to extract to||3"));
-    QVERIFY(dialogs->boxes.isEmpty());
+    QCOMPARE(dialogs->boxes, QStringList{box});
+    const bool complete = box.endsWith("Complete.");
+    QCOMPARE(w->statusBar()->currentMessage(), complete ? QString(" Extract All Complete!") : " Extract All Error!");
+    QCOMPARE(readTree(out), output);
     QCOMPARE(controls(*w), QStringLiteral("E-CL"));
-    QCOMPARE(w->ui->lineEdit_SrcFile->text(), scratch->path("a.ba2"));
+    QCOMPARE(setting("ExtractAllDir").toString(), out + '/');
+    // Extraction ends with the drag-and-drop hint in the source line; the archive stays open.
+    QCOMPARE(w->ui->lineEdit_SrcFile->text(), kHint);
 }
 
 void TestWinOps::listViews_data()
 {
-    QTest::addColumn<bool>("archive");
+    QTest::addColumn<bool>("archive");  // or a folder of files
     QTest::addColumn<int>("count");
     QTest::addColumn<QString>("view");
     QTest::addColumn<int>("items");
     QTest::addColumn<QString>("last");
-    const QString abbreviated = "<<< This is an abbreviated list view >>>";
+    const QString cut = "<<< This is an abbreviated list view >>>";
     const QString archiveMarker = "<<< All data is loaded, although the list is not displayed to speed things up.>>>";
     const QString sourcesMarker =
         "<<< All data is loaded, although the list is not displayed to Improve performance.>>>";
-    QTest::newRow("archive 1001, max 1000") << true << 1001 << "action_1000_Items" << 1001 << abbreviated;
+    QTest::newRow("archive 1001, max 1000") << true << 1001 << "action_1000_Items" << 1001 << cut;
     QTest::newRow("archive 1000, max 1000") << true << 1000 << "action_1000_Items" << 1000 << "1,000: f0999.txt";
     QTest::newRow("archive 1234, full") << true << 1234 << "action_Full" << 1234 << "1,234: f1233.txt";
     QTest::newRow("archive, not shown") << true << 5 << "action_NotShown" << 1 << archiveMarker;
-    QTest::newRow("folder 1001, max 1000") << false << 1001 << "action_1000_Items" << 1001 << abbreviated;
+    QTest::newRow("folder 1001, max 1000") << false << 1001 << "action_1000_Items" << 1001 << cut;
     QTest::newRow("folder 1000, max 1000") << false << 1000 << "action_1000_Items" << 1000 << "1,000: big/f0999.txt";
     QTest::newRow("folder 1001, full") << false << 1001 << "action_Full" << 1001 << "1,001: big/f1000.txt";
     QTest::newRow("folder, not shown") << false << 3 << "action_NotShown" << 1 << sourcesMarker;
@@ -399,23 +567,20 @@ void TestWinOps::listViews()
     QFETCH(QString, last);
     auto w = startWindow();
     w->findChild<QAction*>(view)->trigger();
-    auto name = [&](int i) {
-        return (archive ? "" : "big/") + QStringLiteral("f%1.txt").arg(i, 4, 10, QLatin1Char('0'));
-    };
+    auto name = [&](int i) { return (archive ? "" : "big/") + QStringLiteral("f%1.txt").arg(i, 4, 10, QChar('0')); };
     testutil::Ba2Builder b;
-    QVERIFY(QDir().mkpath(scratch->path("big")));
-    for (int i = 0; i < count; ++i) {
-        if (archive) b.addGeneral(name(i).toLatin1(), QByteArray::number(i));
-        else QVERIFY(testutil::writeFile(scratch->path(name(i)), "x"));
-    }
-    QVERIFY(!archive || testutil::writeFile(scratch->path("many.ba2"), b.build()));
-    drop(*w, {scratch->path(archive ? "many.ba2" : "big")});
+    QVERIFY(QDir().mkpath(path("big")));
+    for (int i = 0; i < count; ++i)
+        QVERIFY(archive ? bool(&b.addGeneral(name(i).toLatin1(), QByteArray::number(i)))
+                        : testutil::writeFile(path(name(i)), "x"));
+    QVERIFY(!archive || testutil::writeFile(path("many.ba2"), b.build()));
+    drop(*w, {path(archive ? "many.ba2" : "big")});
     QVERIFY(dialogs->boxes.isEmpty());
     const QStringList texts = listTexts(*w);
     QCOMPARE(texts.size(), items);
-    if (items > 0) QCOMPARE(texts.last(), last);
-    if (view != "action_NotShown" && count > 0) QCOMPARE(texts.first(), "1: " + name(0));
-    if (view != "action_NotShown" && count > 999) QCOMPARE(texts[999], "1,000: " + name(999));
+    QCOMPARE(texts.value(items - 1), last);
+    if (view != "action_NotShown" && count > 0)
+        QCOMPARE((QStringList{texts.first(), texts[999]}), (QStringList{"1: " + name(0), "1,000: " + name(999)}));
 }
 
 void TestWinOps::assistance_data()
@@ -423,26 +588,20 @@ void TestWinOps::assistance_data()
     // The rules themselves are tabled with the core; these rows prove the window applies them.
     QTest::addColumn<QStringList>("files");
     QTest::addColumn<bool>("assist");
-    QTest::addColumn<bool>("version3");        // texture format and version 3 chosen before loading
+    QTest::addColumn<bool>("version3");  // texture format and version 3 chosen before loading
     QTest::addColumn<QString>("message");
-    QTest::addColumn<QList<int>>("settings");  // Format, Version, zlib, LZ4 afterwards
-    QTest::addColumn<bool>("ver3");            // version 3 selectable
+    QTest::addColumn<QString>("settings");  // Format, Version, zlib, LZ4 afterwards, and "v3" if selectable
     const QString notDds = "* Assistance * some files are not DDS, they cannot be archived in texture format.";
-    QTest::newRow("all textures") << QStringList{"a.dds", "b.DDS"} << true << false
-        << "2 files * assistance * 'DDS format' selected, because all DDS files. and, Ver.3 BA2 can be created."
-        << QList<int>{1, 3, 1, 1} << true;
+    QTest::newRow("all textures") << QStringList{"a.dds", "b.DDS"} << true << false << kAllDds << "1,3,1,1,v3";
     QTest::newRow("sound kinds") << QStringList{"a.fuz", "b.wav", "c.xwm", "d.wem"} << true << false
         << "4 files * assistance * 'No compression' selected, because some files do not work when compressed.("
-           ".wem.fuz.xwm.wav.swf)" << QList<int>{0, 2, 0, 1} << false;
+           ".wem.fuz.xwm.wav.swf)" << "0,2,0,1";
     QTest::newRow("off: textures and other") << QStringList{"a.dds", "b.txt"} << false << false << "2 files " + notDds
-                                             << QList<int>{0, 1, 1, 1} << false;
-    QTest::newRow("off: all textures") << QStringList{"a.dds"} << false << false << "1 file " << QList<int>{0, 1, 1, 1}
-                                       << true;
+                                             << "0,1,1,1";
+    QTest::newRow("off: all textures") << QStringList{"a.dds"} << false << false << "1 file " << "0,1,1,1,v3";
     // Version 3 holds textures only, with or without assistance.
-    QTest::newRow("off: version 3, general") << QStringList{"a.nif"} << false << true << "1 file "
-                                             << QList<int>{1, 2, 1, 1} << false;
-    QTest::newRow("off: version 3, textures") << QStringList{"a.dds"} << false << true << "1 file "
-                                              << QList<int>{1, 3, 1, 1} << true;
+    QTest::newRow("off: version 3, general") << QStringList{"a.nif"} << false << true << "1 file " << "1,2,1,1";
+    QTest::newRow("off: version 3, textures") << QStringList{"a.dds"} << false << true << "1 file " << "1,3,1,1,v3";
 }
 
 void TestWinOps::assistance()
@@ -451,22 +610,22 @@ void TestWinOps::assistance()
     QFETCH(bool, assist);
     QFETCH(bool, version3);
     QFETCH(QString, message);
-    QFETCH(QList<int>, settings);
-    QFETCH(bool, ver3);
-    for (const QString& f : files) QVERIFY(testutil::writeFile(scratch->path("Mix/" + f), "data"));
+    QFETCH(QString, settings);
+    for (const QString& f : files) QVERIFY(testutil::writeFile(path("Mix/" + f), "data"));
     auto w = startWindow();
-    if (!assist) w->ui->checkBox_assist->click();
+    const Ui::MainWindow& ui = *w->ui;
+    if (!assist) ui.checkBox_assist->click();
     if (version3) {
-        choose(w->ui->comboBox_Format, 1);
-        choose(w->ui->comboBox_Ver, 2);
+        choose(ui.comboBox_Format, 1);
+        choose(ui.comboBox_Ver, 2);
     }
-    drop(*w, {scratch->path("Mix")});
+    drop(*w, {path("Mix")});
     QCOMPARE(w->statusBar()->currentMessage(), message);
-    QCOMPARE(storedChoices(), settings);
-    QCOMPARE((QList<int>{w->ui->comboBox_Format->currentIndex(), w->ui->comboBox_Ver->currentIndex() + 1}),
-             settings.mid(0, 2));
+    const bool ver3 = qobject_cast<QStandardItemModel*>(ui.comboBox_Ver->model())->item(2)->isEnabled();
+    QCOMPARE(stored(4).join(',') + (ver3 ? ",v3" : ""), settings);
+    QCOMPARE(QString("%1,%2").arg(ui.comboBox_Format->currentIndex()).arg(ui.comboBox_Ver->currentIndex() + 1),
+             settings.left(3));
     QCOMPARE(controls(*w), QStringLiteral("-ACL"));
-    QCOMPARE(qobject_cast<QStandardItemModel*>(w->ui->comboBox_Ver->model())->item(2)->isEnabled(), ver3);
 }
 
 void TestWinOps::gathering()
@@ -475,24 +634,41 @@ void TestWinOps::gathering()
     b.addGeneral("x.txt", "abc");
     b.addGeneral("y.txt", "defg", Pack::Zlib);
     for (const char* name : {"a.ba2", "one/First.ba2", "two/second.ba2"})
-        QVERIFY(testutil::writeFile(scratch->path(name), b.build()));
-    QVERIFY(writeTree(scratch->path(), generalTree()));
-    QVERIFY(writeTree(scratch->path(),
-                      {{"Other/Data/b.txt", "dup"}, {"Other/Data/new.txt", "new"}, {"Single.nif", "1"}}));
+        QVERIFY(testutil::writeFile(path(name), b.build()));
+    QVERIFY(writeTree(work->path(), generalTree()));
+    QVERIFY(writeTree(work->path(), {{"Other/Data/b.txt", "dup"}, {"Other/Data/new.txt", "new"}, {"Single.nif", "1"}}));
     auto w = startWindow();
-    dialogs->answers << scratch->path("a.ba2") << scratch->path("a.ba2");
+    // An empty answer counts as a cancelled dialog: nothing happens.
+    dialogs->answers << path("a.ba2") << QString();
     w->ui->pushButton_File->click();
+    w->ui->pushButton_ExtractAll->click();
+    QCOMPARE(dialogs->asked.last(), QStringLiteral("dir Pick a folder to extract to||3"));
+    QVERIFY(dialogs->boxes.isEmpty());
+    QCOMPARE(controls(*w), QStringLiteral("E-CL"));
+    QCOMPARE(w->ui->lineEdit_SrcFile->text(), path("a.ba2"));
     const QStringList info = infoLines(*w);
     QCOMPARE(info[0], QStringLiteral("BA2 Ver.1 (2 files)"));
 
     // Files added while an archive is open replace its list and lines and turn Extract All off.
-    drop(*w, {scratch->path("Data")});
+    drop(*w, {path("Data")});
     QCOMPARE(listTexts(*w), numbered(kGeneralOrder));
     QCOMPARE(controls(*w), QStringLiteral("-ACL"));
     QCOMPARE(infoLines(*w), (QStringList{"", "", ""}));
     QVERIFY(w->readerActive);
+    // With no answer queued these dialogs change nothing either.
+    const QByteArray ini = readIni();
+    w->ui->pushButton_Archive->click();
+    w->ui->action_Open_Archive->trigger();
+    w->ui->action_Create_Archive_from_Folder->trigger();
+    QCOMPARE(dialogs->asked.mid(2), (QStringList{"save Save Archive||BA2 Archive (*.ba2)",
+                                                 "open Open Archive|" + work->path() + "/|BA2 Archive (*.ba2)",
+                                                 "dir Pick a folder to Archive||3"}));
+    QCOMPARE(readIni(), ini);
+    QCOMPARE(listTexts(*w), numbered(kGeneralOrder));
+    QCOMPARE(controls(*w), QStringLiteral("-ACL"));
 
     // Clear List forgets the list and the sources but keeps the archive open and its lines shown.
+    dialogs->answers << path("a.ba2");
     w->ui->pushButton_File->click();
     w->ui->pushButton_ClearList->click();
     QCOMPARE(listTexts(*w), QStringList());
@@ -501,29 +677,269 @@ void TestWinOps::gathering()
     QCOMPARE(infoLines(*w), info);
     QVERIFY(w->readerActive && w->sources.isEmpty());
 
-    drop(*w, {scratch->path("Data")});
-    drop(*w, {scratch->path("Data")});  // nothing new: every relative path is already there
+    drop(*w, {path("Data")});
+    drop(*w, {path("Data")});  // nothing new: every relative path is already there
     QCOMPARE(listTexts(*w), numbered(kGeneralOrder));
 
     // A same-named folder elsewhere adds only what is new; paths dropped together are all
     // sources by their bare names, archives too.
-    drop(*w, {scratch->path("Other/Data"), scratch->path("Single.nif"), scratch->path("two/second.ba2"),
-              scratch->path("one/First.ba2")});
+    drop(*w, {path("Other/Data"), path("Single.nif"), path("two/second.ba2"), path("one/First.ba2")});
     QCOMPARE(listTexts(*w), numbered(QStringList{"first.ba2", "second.ba2", "single.nif"} + kGeneralOrder.mid(0, 4)
                                      + QStringList{"data/new.txt"} + kGeneralOrder.mid(4)));
     QCOMPARE(w->statusBar()->currentMessage(), "10 files " + kRecommended);
 
     // The next Select Folder starts in the remembered parent; a path that cannot become a
     // source fails the load, and the list is cleared.
-    dialogs->answers << scratch->path("Other/Data") << scratch->path("missing/");
+    dialogs->answers << path("Other/Data") << path("missing/");
     w->ui->pushButton_SelFolder->click();
     w->ui->pushButton_SelFolder->click();
-    QCOMPARE(dialogs->asked.last(), "dir Pick a folder to Archive|" + scratch->path("Other") + "|3");
+    QCOMPARE(dialogs->asked.last(), "dir Pick a folder to Archive|" + path("Other") + "|3");
     QCOMPARE(dialogs->boxes, QStringList{"info|Read Files.|File Error"});
     QCOMPARE(listTexts(*w), QStringList());
     QVERIFY(w->sources.isEmpty());
     QCOMPARE(controls(*w), QStringLiteral("---L"));
 }
 
-QTEST_MAIN(TestWinOps)
+void TestWinOps::settings_data()
+{
+    QTest::addColumn<SettingsCase>("c");
+    const QByteArray valid = "Format=1\nVersion=3\nzlibCompressionLevel=9\nLZ4CompressionLevel=2\n"
+                             "CreateAssistance=1\nSaveStringTable=1\nMaxChunkCount=4\n"
+                             "SingleMipChunkAreaWidth=512\nSingleMipChunkAreaHeight=512\nListView=2\nTheme=0\n"
+                             "ExtractAllDir=/x/\nOpenArchiveDir=\"/srv/\\x65e5\\x672c/ \\xfc, ;/\"\n";
+    const QStringList validMembers = {"1", "3", "9", "2", "1", "1", "4", "512", "512", "2", "0",
+                                      "/x/", "/srv/日本/ ü, ;/", "", ""};
+    // At start-up: the valid file with one entry replaced, and the members with one value replaced.
+    auto startup = [&](const char* name, const QByteArray& from, const QByteArray& to, int key, const char* value,
+                       bool rewritten) {
+        QStringList expected = validMembers;
+        expected[key] = value;
+        QTest::newRow(name) << SettingsCase{QByteArray(valid).replace(from, to), {}, 0, expected, rewritten};
+    };
+    QTest::newRow("no file") << SettingsCase{{}, {}, 0, {"0", "1", "1", "1", "1", "1", "4", "512", "512", "1", "1",
+                                                         "", "", "", ""}, true};
+    QTest::newRow("only Theme=1") << SettingsCase{"Theme=1\n", {}, 0, {"0", "0", "0", "0", "0", "0", "4", "512",
+                                                                       "512", "0", "1", "", "", "", ""}, true};
+    startup("all valid", "Theme=0", "Theme=0", 10, "0", false);
+    startup("zlib key capitalised, 12", "zlibCompressionLevel=9", "ZlibCompressionLevel=12", 2, "1", true);
+    startup("zlib key upper case", "zlibCompressionLevel=9", "ZLIBCOMPRESSIONLEVEL=0", 2, "0", false);
+    startup("zlib -1", "zlibCompressionLevel=9", "zlibCompressionLevel=-1", 2, "1", true);
+    startup("lz4 3", "LZ4CompressionLevel=2", "LZ4CompressionLevel=3", 3, "1", true);
+    startup("assist 5", "CreateAssistance=1", "CreateAssistance=5", 4, "0", true);
+    startup("assist 0", "CreateAssistance=1", "CreateAssistance=0", 4, "0", false);
+    startup("string table 0", "SaveStringTable=1", "SaveStringTable=0", 5, "0", true);
+    startup("string table 7", "SaveStringTable=1", "SaveStringTable=7", 5, "0", true);
+    startup("chunk count 8", "MaxChunkCount=4", "MaxChunkCount=8", 6, "4", true);
+    startup("chunk width 256", "Width=512", "Width=256", 7, "512", true);
+    startup("chunk height missing", "SingleMipChunkAreaHeight=512\n", "", 8, "512", true);
+    startup("list view -1", "ListView=2", "ListView=-1", 9, "1", true);
+    startup("list view 0", "ListView=2", "ListView=0", 9, "0", false);
+    startup("theme -1", "Theme=0", "Theme=-1", 10, "1", true);
+    startup("theme 2", "Theme=0", "Theme=2", 10, "1", true);
+    startup("version 7 kept", "Version=3", "Version=7", 1, "7", false);
+    startup("format 5 kept", "Format=1", "Format=5", 0, "5", false);
+    startup("format not a number", "Format=1", "Format=abc", 0, "0", false);
+
+    // A choice made in the window, from a valid file with the given format and version.
+    auto choice = [](const char* name, int format, int version, const char* control, int index, int key,
+                     int value, bool written, bool warned = false) {
+        QStringList expected = {QString::number(format), QString::number(version), "1", "1", "1", "1", "4", "512",
+                                "512", "1", "1", "", "", "", ""};
+        expected[key] = QString::number(value);
+        if (QByteArray(control) == "comboBox_Format") expected[0] = QString::number(index);  // stored as chosen
+        const QByteArray file = QStringLiteral("Format=%1\nVersion=%2\nzlibCompressionLevel=1\nLZ4CompressionLevel=1\n"
+                                               "CreateAssistance=1\nSaveStringTable=1\nMaxChunkCount=4\n"
+                                               "SingleMipChunkAreaWidth=512\nSingleMipChunkAreaHeight=512\n"
+                                               "ListView=1\nTheme=1\n").arg(format).arg(version).toLatin1();
+        QTest::newRow(name) << SettingsCase{file, control, index, expected, written, warned};
+    };
+    choice("format same", 0, 1, "comboBox_Format", 0, 0, 0, false);
+    choice("format texture", 0, 1, "comboBox_Format", 1, 0, 1, true);
+    choice("general chosen under v3", 1, 3, "comboBox_Format", 0, 1, 2, true, true);
+    choice("general again under v3", 0, 3, "comboBox_Format", 0, 1, 2, true, true);
+    choice("texture chosen under v3", 0, 3, "comboBox_Format", 1, 1, 3, true);
+    choice("general chosen under v2", 1, 2, "comboBox_Format", 0, 0, 0, true);
+    choice("version same", 0, 1, "comboBox_Ver", 0, 1, 1, false);
+    choice("version 2", 0, 1, "comboBox_Ver", 1, 1, 2, true);
+    choice("v3 for general, from v1", 0, 1, "comboBox_Ver", 2, 1, 2, true, true);
+    choice("v3 for general, from v2", 0, 2, "comboBox_Ver", 2, 1, 2, false, true);
+    choice("v3 for textures", 1, 1, "comboBox_Ver", 2, 1, 3, true);
+    choice("zlib same", 0, 1, "comboBox_zlibComp", 0, 2, 1, false);
+    choice("zlib 6", 0, 1, "comboBox_zlibComp", 5, 2, 6, true);
+    choice("zlib none", 0, 1, "comboBox_zlibComp", 9, 2, 0, true);
+    choice("lz4 same", 0, 1, "comboBox_LZ4Comp", 0, 3, 1, false);
+    choice("lz4 1GB", 0, 1, "comboBox_LZ4Comp", 1, 3, 2, true);
+    choice("lz4 none", 0, 1, "comboBox_LZ4Comp", 2, 3, 0, true);
+    choice("assist off", 0, 1, "checkBox_assist", 0, 4, 0, true);
+    choice("list full again", 0, 1, "action_Full", 0, 9, 1, true);
+    choice("list 1000", 0, 1, "action_1000_Items", 0, 9, 2, true);
+    choice("list not shown", 0, 1, "action_NotShown", 0, 9, 0, true);
+    choice("theme default", 0, 1, "action_Theme_Windows_default", 0, 10, 0, true);
+    choice("theme starfield again", 0, 1, "action_Theme_Starfield", 0, 10, 1, true);
+    choice("theme fallout", 0, 1, "action_Theme_Fallout", 0, 10, 2, true);
+    choice("list item click", 0, 1, "listWidget_Files", 0, 9, 1, false);
+}
+
+void TestWinOps::settings()
+{
+    QFETCH(SettingsCase, c);
+    if (!c.file.isNull()) QVERIFY(writeIni(kProbe + "[General]\n" + c.file));
+    auto window = startWindow();
+    const Ui::MainWindow& ui = *window->ui;
+    QObject* target = c.control.isEmpty() ? nullptr : window->findChild<QObject*>(c.control);
+    if (auto* combo = qobject_cast<QComboBox*>(target)) {
+        choose(combo, c.index);
+    } else if (auto* action = qobject_cast<QAction*>(target)) {
+        // A disabled action ignores trigger(), so its handler is called the way a connection would.
+        if (action->isEnabled()) action->trigger();
+        else QVERIFY(QMetaObject::invokeMethod(window.get(), qPrintable("on_" + c.control + "_triggered")));
+    } else if (target == ui.checkBox_assist) {
+        ui.checkBox_assist->click();
+    } else if (target) {
+        ui.listWidget_Files->addItem(QStringLiteral("x"));
+        emit ui.listWidget_Files->itemClicked(ui.listWidget_Files->item(0));
+    }
+    QCOMPARE(members(*window), c.expected);
+    QCOMPARE(!readIni().contains(kProbe), c.written);
+    QCOMPARE(window->statusBar()->currentMessage(), c.warned ? kVer3Warning : QString());
+    QVERIFY(dialogs->boxes.isEmpty() && dialogs->asked.isEmpty());
+    // Versions 1 to 4 show their item; others show none.
+    const int version = c.expected[1].toInt();
+    QCOMPARE(ui.comboBox_Ver->currentIndex(), version >= 1 && version <= 4 ? version - 1 : -1);
+    QCOMPARE(ui.checkBox_assist->isChecked(), c.expected[4] != "0");
+    QVERIFY(!ui.action_Theme_Fallout->isEnabled());
+    if (c.written) {
+        // A rewrite stores the fifteen keys under [General], each in one spelling, and escapes
+        // everything outside ASCII.
+        const QByteArray ini = readIni();
+        QVERIFY(ini.startsWith("[General]"));
+        for (char ch : ini) QVERIFY(uchar(ch) < 0x80);
+        QCOMPARE(QSettings(QStringLiteral("Zarnel.ini"), QSettings::IniFormat).allKeys().size(), 15);
+        QCOMPARE(stored(), c.expected);
+    }
+    // One list view and one theme are checked, and the next start shows the same choices.
+    const QStringList before = shown(*window);
+    QCOMPARE(before.size(), 7);
+    if (auto* action = qobject_cast<QAction*>(target))
+        QVERIFY(before.contains(c.control == "action_Theme_Fallout" ? QStringLiteral("Starfield") : action->text()));
+    window.reset();
+    QCOMPARE(shown(*startWindow()), before);
+}
+
+void TestWinOps::themes_data()
+{
+    QTest::addColumn<bool>("starfield");
+    QTest::newRow("starfield (first start)") << true;
+    QTest::newRow("windows default") << false;
+}
+
+void TestWinOps::themes()
+{
+    QFETCH(bool, starfield);
+    if (!starfield) QVERIFY(writeIni("[General]\nTheme=0\n"));
+    auto window = startWindow();
+    const Ui::MainWindow& ui = *window->ui;
+    // Theme 1 shows the window itself; theme 0 leaves that to the entry point.
+    QCOMPARE(window->isVisible(), starfield);
+    window->show();
+    QVERIFY(QTest::qWaitForWindowExposed(window.get()));
+    for (QFrame* line : {ui.line_1, ui.line_2, ui.line_3, ui.line_4}) QCOMPARE(line->isVisible(), starfield);
+
+    // Each stripe draws a 10-pixel line through its middle; line_1 lies on top of line_2. The
+    // lowest band begins at 446, just above where a tall status bar may cut the central area.
+    const QImage image = ui.centralwidget->grab().toImage();
+    const QVector<QPair<QPoint, QString>> colours = {{{100, 420}, "#d5aa60"}, {{100, 430}, "#e16136"},
+                                                     {{100, 440}, "#c72238"}, {{100, 447}, "#2f4c79"},
+                                                     {{300, 245}, "#4a668c"}};  // the last: window background
+    for (const auto& c : colours) QCOMPARE(image.pixelColor(c.first).name() == c.second, starfield);
+    QCOMPARE(ui.listWidget_Files->grab().toImage().pixelColor(400, 100).name() == "#253747", starfield);
+    if (!starfield) {
+        QVERIFY(ui.menubar->styleSheet().isEmpty());
+        return;
+    }
+    QCOMPARE(ui.statusbar->grab().toImage().pixelColor(300, 5).name(), QStringLiteral("#253747"));
+    // The style draws a faint frame shade over the group box's own colour.
+    const QColor box = ui.groupBox_Extract->grab().toImage().pixelColor(150, 110);
+    QVERIFY2(qAbs(box.red() - 0x4a) <= 3 && qAbs(box.green() - 0x66) <= 3 && qAbs(box.blue() - 0x8c) <= 3,
+             qPrintable(box.name()));
+
+    // Choosing another theme stores it but keeps this run's colours.
+    ui.action_Theme_Windows_default->trigger();
+    QCOMPARE(window->theme, 0);
+    QCOMPARE(ui.centralwidget->grab().toImage(), image);
+
+    // Disabled, the command buttons and the version combo turn gray; enabled, white.
+    QWidget* controls[] = {ui.pushButton_ExtractAll, ui.pushButton_Archive, ui.pushButton_ClearList, ui.comboBox_Ver};
+    ui.comboBox_Ver->setEnabled(false);
+    for (QWidget* w : controls) QVERIFY2(brightest(w) < 200, qPrintable(w->objectName()));
+    window->extractEnabled = window->archiveEnabled = true;
+    window->updateUi();
+    ui.comboBox_Ver->setEnabled(true);
+    for (QWidget* w : controls) QVERIFY2(brightest(w) > 230, qPrintable(w->objectName()));
+}
+
+void TestWinOps::helpBoxes()
+{
+    QTest::ignoreMessage(QtDebugMsg, "setArg(1)");
+    auto window = startWindow();
+    QTest::ignoreMessage(QtDebugMsg, "> Settings");
+    // The action is always disabled, so call the handler the way a connection would.
+    QVERIFY(QMetaObject::invokeMethod(window.get(), "on_action_Settings_triggered"));
+    window->ui->action_About_Zarnel->trigger();
+    window->ui->action_About_Qt->trigger();
+    window->ui->pushButton_KoFi->click();
+    QCOMPARE(dialogs->boxes.size(), 2);
+    QCOMPARE(dialogs->boxes[1], QStringLiteral("aboutQt|About Qt."));
+    // Title, blank, "- description -", blank, site and link, creator and link, two blanks, the
+    // LZ4 note and link (its leading space survives in the source only). Every link shows its
+    // own https address; the support button goes where the creator's link goes.
+    const QRegularExpression about(QStringLiteral(
+        "^about\\|About this software\\.\\|<span style=\"font-weight:bold\">Zarnel version 1\\.0\\.0</span><br><br>"
+        "- [^<]+ -<br><br>This Mod Site: [^<]+<br><a href=\"(https://[^\"]+)\">\\1</a><br>Creator: [^<]+<br>"
+        "<a href=\"(https://[^\"]+)\">\\2</a><br><br><br>This tool uses LZ4 Library\\.<br> LZ4: "
+        "<a href=\"(https://[^\"]+)\">\\3</a>$"));
+    const QRegularExpressionMatch m = about.match(dialogs->boxes[0]);
+    QVERIFY2(m.hasMatch(), qPrintable(dialogs->boxes[0]));
+    for (int i = 1; i <= 3; ++i) QVERIFY(QUrl(m.captured(i), QUrl::StrictMode).isValid());
+    QCOMPARE(dialogs->urls, QList<QUrl>{QUrl(m.captured(2))});
+}
+
+void TestWinOps::exitEndsProcessWithZero()
+{
+    // Exit must end the process from inside the slot, so run it in a child copy of this test;
+    // only the status matters there, and a leak report at exit would replace it.
+    QProcess child;
+    child.setWorkingDirectory(work->path());
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("ZARNEL_EXIT_CHILD", "1");
+    env.insert("QT_QPA_PLATFORM", "offscreen");
+    env.insert("ASAN_OPTIONS", "detect_leaks=0");
+    child.setProcessEnvironment(env);
+    child.start(QCoreApplication::applicationFilePath(), QStringList());
+    QVERIFY(child.waitForFinished(60000));
+    QCOMPARE(child.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(child.exitCode(), 0);
+    QCOMPARE(child.readAllStandardOutput(), QByteArray("exit triggered\n"));
+    QVERIFY(QFile::exists(path("Zarnel.ini")));
+}
+
+int main(int argc, char** argv)
+{
+    QApplication app(argc, argv);
+    if (!qEnvironmentVariableIsSet("ZARNEL_EXIT_CHILD")) {
+        TestWinOps test;
+        return QTest::qExec(&test, argc, argv);
+    }
+    // The child of exitEndsProcessWithZero: ends with 3 if Exit ever gives control back.
+    auto window = startWindow();
+    QTimer::singleShot(0, window.get(), [&window] {
+        fputs("exit triggered\n", stdout);
+        fflush(stdout);
+        window->ui->action_Exit->trigger();
+        std::_Exit(3);
+    });
+    app.exec();
+    return 3;
+}
+
 #include "tst_win_ops.moc"
