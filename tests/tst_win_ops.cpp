@@ -276,7 +276,7 @@ Q_DECLARE_METATYPE(LoadCase)
 
 struct CreateCase {
     QString tree;           // general, textures or empty; cancel: general, then cancelled
-    QList<int> picks;       // items of the format, version, zlib and LZ4 combos; -1: as assisted
+    QList<int> picks;       // items of the format, version, zlib and LZ4 combos; -1: as assisted, -2: no item
     QString settings;       // format, version, zlib level and LZ4 mode of the archive; none: no archive
     QStringList boxes;
     QString status;
@@ -439,6 +439,10 @@ void TestWinOps::create_data()
     row("cancelled", {"cancel", assisted, {}, {"info|Save Archive|Aborted."}, kSix});
     row("texture format of non-DDS files",
         {"general", {1, -1, -1, -1}, {}, {"warn|Save Archive|Save Archive Error.\n DDS File Error."}, kSix});
+    // What a settings file with "Format=5" or "Version=7" leaves: combos showing no item.
+    const QStringList unchosen = {"warn|Save Archive|Save Archive Error.\n Choose a format and a version."};
+    row("no version chosen", {"general", {-1, -2, -1, -1}, {}, unchosen, kSix});
+    row("no format chosen", {"textures", {-2, -1, -1, -1}, {}, unchosen, kAllDds});
     // The writer refuses an empty list without a word.
     row("empty folder", {"empty", assisted, {}, {}, "0 file " + kRecommended});
 }
@@ -458,6 +462,9 @@ void TestWinOps::create()
                                       w->ui->comboBox_LZ4Comp};
     for (int i = 0; i < 4; ++i)
         if (c.picks[i] >= 0) choose(combos[i], c.picks[i]);
+    if (c.picks[0] == -2) w->archiveFormat = 5;
+    if (c.picks[1] == -2) w->archiveVersion = 7;
+    w->updateUi();
     dialogs->answers << out + "/new.ba2";
     std::unique_ptr<Canceller> canceller;
     if (c.tree == "cancel") canceller = std::make_unique<Canceller>("Create Archive");

@@ -32,6 +32,13 @@ void MainWindow::on_pushButton_Archive_clicked()
 
 void MainWindow::createArchive(const QString& targetPath)
 {
+    // A settings file may name a format or version the combos do not offer; they then show no
+    // item, and nothing is written until the user picks one.
+    if (ui->comboBox_Format->currentIndex() < 0 || ui->comboBox_Ver->currentIndex() < 0) {
+        Dialogs::current().showMessage(QMessageBox::Warning, QStringLiteral("Save Archive"),
+                                       QStringLiteral("Save Archive Error.\n Choose a format and a version."));
+        return;
+    }
     // The combos as they stand now decide, so a second run can use other settings.
     archiveFormat = ui->comboBox_Format->currentIndex();
     archiveVersion = versionFromIndex(ui->comboBox_Ver->currentIndex());
