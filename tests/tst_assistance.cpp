@@ -4,26 +4,10 @@
 
 namespace {
 
-const QString kDdsText = QStringLiteral(
-    "* assistance * 'DDS format' selected, because all DDS files. and, Ver.3 BA2 can be created.");
-const QString kMixedText =
-    QStringLiteral("* Assistance * some files are not DDS, they cannot be archived in texture format.");
-const QString kRecommendedText = QStringLiteral("* assistance * This is the recommended settings.");
-const QString kNoCompressionText = QStringLiteral(
-    "* assistance * 'No compression' selected, because some files do not work when compressed.(");
-
-SourceList listOf(const QStringList& names)
-{
-    SourceList list;
-    int n = 0;
-    for (const QString& name : names) {
-        // Distinct folders keep equal names apart.
-        const QByteArray path = "/mods/data/f" + QByteArray::number(n++) + "/" + name.toLocal8Bit();
-        std::optional<SourceEntry> e = makeSourceEntry(path, 6, defaultNameHashTable());
-        if (e) list.append(std::move(*e));
-    }
-    return list;
-}
+const QString kDds = "* assistance * 'DDS format' selected, because all DDS files. and, Ver.3 BA2 can be created.";
+const QString kMixed = "* Assistance * some files are not DDS, they cannot be archived in texture format.";
+const QString kRecommended = "* assistance * This is the recommended settings.";
+const QString kStored = "* assistance * 'No compression' selected, because some files do not work when compressed.(";
 
 }  // namespace
 
@@ -36,56 +20,53 @@ private slots:
 
 void TestAssistance::rules_data()
 {
-    QTest::addColumn<QStringList>("names");
+    QTest::addColumn<QString>("names");  // space-separated
     QTest::addColumn<bool>("assist");
     QTest::addColumn<QString>("message");
-    QTest::addColumn<QVector<int>>("settings");  // format, version, zlib level, LZ4 mode afterwards
-    QTest::addColumn<bool>("allDds");
-    QTest::addColumn<bool>("allCompressible");
+    // Format, version, zlib level and LZ4 mode afterwards, then all-DDS and all-compressible.
+    QTest::addColumn<QVector<int>>("outcome");
     // Settings before every row: texture, version 1, zlib 5, LZ4 mode 2, so every change shows.
-    const QVector<int> kept{1, 1, 5, 2}, general{0, 2, 1, 2}, stored{0, 2, 0, 2};
-    const QStringList dds{"a.dds", "b.dds"};
-    QTest::newRow("all dds") << dds << true << "2 files " + kDdsText << QVector<int>{1, 3, 1, 1} << true << true;
-    QTest::newRow("all dds, assist off") << dds << false << "2 files " << kept << true << true;
-    QTest::newRow("dds and text") << QStringList{"a.dds", "b.txt"} << true << "2 files " + kMixedText << general << false << true;
-    QTest::newRow("dds and wem") << QStringList{"a.dds", "b.wem"} << true << "2 files " + kMixedText << stored << false << false;
-    QTest::newRow("dds and pex") << QStringList{"a.dds", "s.pex"} << true << "2 files " + kMixedText << stored << false << false;
-    QTest::newRow("mixed, assist off") << QStringList{"a.dds", "b.txt", "c.nif"} << false << "3 files " + kMixedText << kept << false << true;
-    QTest::newRow("no dds, compressible") << QStringList{"m.nif", "t.txt", "noext"} << true << "3 files " + kRecommendedText << general << false << true;
-    QTest::newRow("no dds, assist off") << QStringList{"m.nif"} << false << "1 file " << kept << false << true;
-    QTest::newRow("empty list") << QStringList{} << true << "0 file " + kRecommendedText << general << false << true;
-    QTest::newRow("every sound kind") << QStringList{"a.wav", "b.xwm", "c.fuz", "d.wem", "e.txt"} << true << "5 files " + kNoCompressionText + ".wem.fuz.xwm.wav.swf)" << stored << false << false;
-    QTest::newRow("fuz and wav") << QStringList{"v.fuz", "w.wav"} << true << "2 files " + kNoCompressionText + ".fuz.wav.swf)" << stored << false << false;
-    QTest::newRow("swf only") << QStringList{"ui.swf"} << true << "1 file " + kNoCompressionText + ")" << stored << false << false;
-    QTest::newRow("sounds, assist off") << QStringList{"v.xwm"} << false << "1 file " << kept << false << false;
+    const QVector<int> keptDds{1, 1, 5, 2, 1, 1}, kept{1, 1, 5, 2, 0, 1}, keptSounds{1, 1, 5, 2, 0, 0};
+    const QVector<int> general{0, 2, 1, 2, 0, 1}, stored{0, 2, 0, 2, 0, 0};
+    QTest::newRow("all dds") << "a.dds b.dds" << true << "2 files " + kDds << QVector<int>{1, 3, 1, 1, 1, 1};
+    QTest::newRow("all dds, assist off") << "a.dds b.dds" << false << "2 files " << keptDds;
+    QTest::newRow("dds and text") << "a.dds b.txt" << true << "2 files " + kMixed << general;
+    QTest::newRow("dds and wem") << "a.dds b.wem" << true << "2 files " + kMixed << stored;
+    QTest::newRow("dds and pex") << "a.dds s.pex" << true << "2 files " + kMixed << stored;
+    QTest::newRow("mixed, assist off") << "a.dds b.txt c.nif" << false << "3 files " + kMixed << kept;
+    QTest::newRow("no dds, compressible") << "m.nif t.txt noext" << true << "3 files " + kRecommended << general;
+    QTest::newRow("no dds, assist off") << "m.nif" << false << "1 file " << kept;
+    QTest::newRow("empty list") << "" << true << "0 file " + kRecommended << general;
+    QTest::newRow("every sound kind") << "a.wav b.xwm c.fuz d.wem e.txt" << true
+                                      << "5 files " + kStored + ".wem.fuz.xwm.wav.swf)" << stored;
+    QTest::newRow("fuz and wav") << "v.fuz w.wav" << true << "2 files " + kStored + ".fuz.wav.swf)" << stored;
+    QTest::newRow("swf only") << "ui.swf" << true << "1 file " + kStored + ")" << stored;
+    QTest::newRow("sounds, assist off") << "v.xwm" << false << "1 file " << keptSounds;
     QStringList many;
     for (int i = 0; i < 1234; ++i) many << QStringLiteral("f%1.txt").arg(i);
-    QTest::newRow("thousands grouped") << many << false << "1,234 files " << kept << false << true;
+    QTest::newRow("thousands grouped") << many.join(' ') << false << "1,234 files " << kept;
     // Only whole three-letter codes count: these are not textures.
-    QTest::newRow("dds lookalikes") << QStringList{"a.ddsx", "b.dd", "dds", "c.dds.bak"} << true << "4 files " + kRecommendedText << general << false << true;
+    QTest::newRow("dds lookalikes") << "a.ddsx b.dd dds c.dds.bak" << true << "4 files " + kRecommended << general;
 }
 
 void TestAssistance::rules()
 {
-    QFETCH(QStringList, names);
+    QFETCH(QString, names);
     QFETCH(bool, assist);
-    QFETCH(QVector<int>, settings);
-    QFETCH(bool, allDds);
-    const SourceList list = listOf(names);
-    QCOMPARE(int(list.size()), names.size());
-    CreationSettings current;
-    current.archiveFormat = 1;
-    current.archiveVersion = 1;
-    current.zlibLevel = 5;
-    current.lz4Mode = 2;
-    const AssistanceResult r = assessSources(list, assist, current);
+    SourceList list;
+    int n = 0;
+    for (const QString& name : names.split(' ', Qt::SkipEmptyParts)) {
+        // Distinct folders keep equal names apart.
+        const QByteArray path = "/mods/data/f" + QByteArray::number(n++) + "/" + name.toLocal8Bit();
+        list.append(*makeSourceEntry(path, 6, defaultNameHashTable()));
+    }
+    const AssistanceResult r = assessSources(list, assist, CreationSettings{1, 1, 5, 2});
     QTEST(r.message, "message");
     QCOMPARE(r.settingsChanged, assist);  // every rule chooses settings when assisting
+    QCOMPARE(r.ver3Enabled, r.allDds);
     const CreationSettings& s = r.settings;
-    QCOMPARE((QVector<int>{s.archiveFormat, s.archiveVersion, s.zlibLevel, s.lz4Mode}), settings);
-    QCOMPARE(r.ver3Enabled, allDds);
-    QCOMPARE(r.allDds, allDds);
-    QTEST(r.allCompressible, "allCompressible");
+    QTEST((QVector<int>{s.archiveFormat, s.archiveVersion, s.zlibLevel, s.lz4Mode, r.allDds, r.allCompressible}),
+          "outcome");
 }
 
 QTEST_APPLESS_MAIN(TestAssistance)
