@@ -8,14 +8,16 @@
 #include <QFileInfo>
 
 #include <algorithm>
-#include <chrono>
 #include <cerrno>
-#include <deque>
+#include <chrono>
 #include <condition_variable>
 #include <cstring>
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <new>
+#include <optional>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -212,9 +214,9 @@ public:
     static constexpr int kPending = 100;  // not yet done
     static constexpr int kSkipped = 101;  // not written: its file was given up
 
-    PieceWorkers(const ArchiveReader& reader, std::vector<Piece> allPieces, std::vector<uint32_t> owner,
+    PieceWorkers(const ArchiveReader& reader, const std::vector<Piece>& pieces, std::vector<uint32_t> owner,
                  ArchiveMapping& mapping, int jobs, bool writing)
-        : pieces(std::move(allPieces)), fileOf(std::move(owner)), mapping(mapping), writing(writing),
+        : pieces(pieces), fileOf(std::move(owner)), mapping(mapping), writing(writing),
           status(pieces.size(), kPending)
     {
         const bool generalV3 = reader.version == 3 && !reader.isTexture;
@@ -237,11 +239,17 @@ public:
             decoders.emplace_back(new PieceDecoder(reader.file.handle(), mapping.data(), uint64_t(reader.fileSize),
                                                    reader.version, generalV3));
             PieceDecoder* decoder = decoders.back().get();
-            threads.emplace_back([this, decoder] { work(*decoder); });
+            try {
+                threads.emplace_back([this, decoder] { work(*decoder); });
+            } catch (const std::system_error&) {
+                break;  // fewer threads; with none the caller works alone
+            }
         }
     }
 
     ~PieceWorkers() { stop(); }
+
+    bool running() const { return !threads.empty(); }
 
     // Index of file i's first piece (the piece count when i is one past the last file).
     size_t firstPieceOf(uint32_t file) const { return file < files.size() ? files[file].firstPiece : pieces.size(); }
@@ -381,7 +389,7 @@ private:
         return count;
     }
 
-    std::vector<Piece> pieces;
+    const std::vector<Piece>& pieces;
     std::vector<uint32_t> fileOf;
     std::vector<uint64_t> pieceOffset;  // where in its file's data a piece begins
     std::vector<uint32_t> written;      // bytes of each piece that went in
@@ -462,11 +470,13 @@ bool writeAll(int fd, const char* data, size_t length)
 // leave files that a one-thread run would never have begun: those were all made by this run
 // (an existing file is only opened once everything before it went in), and are removed
 // again with the folders made for them.
-ExtractResult extractWithWorkers(ArchiveReader& reader, const QString& target, Progress& progress, int jobs,
-                                 std::vector<Piece> pieces)
+// Nothing when no worker thread could be started.
+std::optional<ExtractResult> extractWithWorkers(ArchiveReader& reader, const QString& target, Progress& progress,
+                                                int jobs, const std::vector<Piece>& pieces)
 {
     ArchiveMapping mapping(reader);
-    PieceWorkers workers(reader, std::move(pieces), ownersOf(reader), mapping, jobs, true);
+    PieceWorkers workers(reader, pieces, ownersOf(reader), mapping, jobs, true);
+    if (!workers.running()) return std::nullopt;
     unsigned char ddsHeader[kDdsHeaderCapacity];
     if (reader.isTexture) initDdsHeader(ddsHeader);
 
@@ -596,8 +606,9 @@ ExtractResult extractArchive(ArchiveReader& reader, const QString& targetFolder,
     if (!target.endsWith(QLatin1Char('/'))) target += QLatin1Char('/');
 
     progress.setMaximum(int(std::min<uint32_t>(reader.fileCount, INT32_MAX)));
-    std::vector<Piece> pieces = piecesOf(reader);
-    if (jobs > 1 && worthThreads(pieces)) return extractWithWorkers(reader, target, progress, jobs, std::move(pieces));
+    const std::vector<Piece> pieces = piecesOf(reader);
+    if (jobs > 1 && worthThreads(pieces))
+        if (std::optional<ExtractResult> done = extractWithWorkers(reader, target, progress, jobs, pieces)) return *done;
 
     unsigned char ddsHeader[kDdsHeaderCapacity];
     if (reader.isTexture) initDdsHeader(ddsHeader);
@@ -667,13 +678,14 @@ ExtractResult extractArchive(ArchiveReader& reader, const QString& targetFolder,
 
 bool verifyArchive(ArchiveReader& reader, QString& fault, int jobs)
 {
-    std::vector<Piece> pieces = piecesOf(reader);
+    const std::vector<Piece> pieces = piecesOf(reader);
     ArchiveMapping mapping(reader);
     PieceDecoder decoder(reader.file.handle(), mapping.data(), uint64_t(reader.fileSize), reader.version,
                          reader.version == 3 && !reader.isTexture);
     std::unique_ptr<PieceWorkers> workers;
     if (jobs > 1 && worthThreads(pieces))
         workers.reset(new PieceWorkers(reader, pieces, ownersOf(reader), mapping, jobs, false));
+    if (workers && !workers->running()) workers.reset();
     unsigned char ddsHeader[kDdsHeaderCapacity];
     initDdsHeader(ddsHeader);
     size_t piece = 0;
