@@ -60,6 +60,18 @@ int main(int argc, char** argv)
                 b.addGeneral("b.txt", "hello");
             }
             put(archives, QStringLiteral("built%1.ba2").arg(n++), b.build());
+            // Blocks large enough that extraction hands them to worker threads.
+            Ba2Builder big;
+            big.version = version;
+            big.texture = texture;
+            for (int i = 0; i < 3; ++i) {
+                const QByteArray name = "big/f" + QByteArray::number(i);
+                if (texture)
+                    big.addTexture(name + ".dds", 128, 128, 1, 71, {patternBytes(18000, uint32_t(i), false)}, pack);
+                else
+                    big.addGeneral(name + ".bin", patternBytes(18000, uint32_t(i), false), i == 2 ? Pack::Stored : pack);
+            }
+            put(archives, QStringLiteral("built%1.ba2").arg(n++), big.build());
         }
     }
     for (const QString& f : QDir(samplesDir()).entryList({"*.ba2"}, QDir::Files))
