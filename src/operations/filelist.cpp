@@ -28,6 +28,21 @@ QString numberedItem(qint64 number, const QString& name)
     return groupedNumber(number) + QStringLiteral(": ") + name;
 }
 
+// "n: name" for each of count names; the abbreviated view (2) stops after the first thousand
+// and says so when more were left out. onItem(n) is told after item n is made.
+template <typename NameOf, typename OnItem>
+void appendNumbered(QStringList& items, uint64_t count, int listView, NameOf nameOf, OnItem onItem)
+{
+    for (uint64_t i = 0; i < count; ++i) {
+        onItem(i + 1);
+        items << numberedItem(qint64(i + 1), nameOf(i));
+        if (listView == 2 && i + 1 == kAbbreviatedLimit) {
+            if (i + 1 < count) items << QString::fromLatin1(kAbbreviated);
+            break;
+        }
+    }
+}
+
 }  // namespace
 
 void MainWindow::fillArchiveList()
@@ -56,14 +71,10 @@ void MainWindow::fillArchiveList()
         // steps (and the last value) show the same progress as one step per item.
         const uint32_t step = qMax<uint32_t>(1, count / 1000);
         items.reserve(int(listView == 2 ? qMin<uint32_t>(count, kAbbreviatedLimit + 1) : qMin<uint32_t>(count, INT_MAX)));
-        for (uint32_t i = 0; i < count; ++i) {
-            if ((i + 1) % step == 0 || i + 1 == count) bar->setValue(int(qMin<uint32_t>(i + 1, INT_MAX)));
-            items << numberedItem(i + 1, reader->nameOf(i));
-            if (listView == 2 && i + 1 == kAbbreviatedLimit) {
-                if (i + 1 < count) items << QString::fromLatin1(kAbbreviated);
-                break;
-            }
-        }
+        appendNumbered(items, count, listView, [&](uint64_t i) { return reader->nameOf(uint32_t(i)); },
+                       [&](uint64_t n) {
+                           if (n % step == 0 || n == count) bar->setValue(int(qMin<uint64_t>(n, INT_MAX)));
+                       });
     }
     list->addItems(items);
 
@@ -85,16 +96,13 @@ void MainWindow::fillSourceList()
     if (listView == 0) {
         items << QString::fromLatin1(kSourcesNotShown);
     } else {
-        const size_t count = sources.size();
-        for (size_t i = 0; i < count; ++i) {
-            const SourceEntry& entry = sources[i];
-            items << numberedItem(qint64(i + 1),
-                                  QString::fromUtf8(entry.relativePath(), int(entry.relativeLength())));
-            if (listView == 2 && i + 1 == kAbbreviatedLimit) {
-                if (i + 1 < count) items << QString::fromLatin1(kAbbreviated);
-                break;
-            }
-        }
+        appendNumbered(
+            items, sources.size(), listView,
+            [&](uint64_t i) {
+                const SourceEntry& entry = sources[size_t(i)];
+                return QString::fromUtf8(entry.relativePath(), int(entry.relativeLength()));
+            },
+            [](uint64_t) {});
     }
     list->addItems(items);
 
