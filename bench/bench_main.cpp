@@ -16,9 +16,9 @@
 
 #include <QCoreApplication>
 #include <QCryptographicHash>
+#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
-#include <QDir>
 #include <QTemporaryDir>
 
 #include <lz4.h>
@@ -57,13 +57,14 @@ double cpuSeconds()
 {
     struct rusage u;
     getrusage(RUSAGE_SELF, &u);
-    return double(u.ru_utime.tv_sec + u.ru_stime.tv_sec) + (u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
+    return double(u.ru_utime.tv_sec + u.ru_stime.tv_sec)
+        + (u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
 }
 
 void report(const char* workload, double ours, double limit, const char* limitName)
 {
-    std::printf("%-34s ours %9.4f s   %-22s %9.4f s   limit/ours %5.2f\n", workload, ours, limitName, limit,
-                limit / ours);
+    std::printf("%-34s ours %9.4f s   %-22s %9.4f s   limit/ours %5.2f\n", workload, ours,
+                limitName, limit, limit / ours);
     std::fflush(stdout);
 }
 
@@ -73,7 +74,8 @@ QByteArray generalArchive(uint32_t count)
     QByteArray names;
     std::vector<QByteArray> list;
     for (uint32_t i = 0; i < count; ++i) {
-        QByteArray name = "meshes/set" + QByteArray::number(i / 1000) + "/file" + QByteArray::number(i) + ".nif";
+        QByteArray name = "meshes/set" + QByteArray::number(i / 1000) + "/file"
+            + QByteArray::number(i) + ".nif";
         list.push_back(name);
     }
     const uint64_t dataStart = 24 + uint64_t(count) * 36;
@@ -120,7 +122,8 @@ void benchOpen(const QString& dir)
     report("open 100,000-file archive", ours, limit, "one read of the file");
 }
 
-struct Block {
+struct Block
+{
     QString name;
     QByteArray packed;
     uint32_t unpackedSize;
@@ -172,7 +175,8 @@ void writeBlocksArchive(const QString& path, const std::vector<Block>& blocks, b
     f.open(QIODevice::WriteOnly | QIODevice::Truncate);
     f.write(reinterpret_cast<char*>(header), headerSize);
     f.write(records);
-    for (const Block& b : blocks) f.write(b.packed);
+    for (const Block& b : blocks)
+        f.write(b.packed);
     for (const Block& b : blocks) {
         const QByteArray n = b.name.toUtf8();
         const char len[2] = {char(n.size() & 0xFF), char(n.size() >> 8)};
@@ -194,14 +198,16 @@ void rawExtract(const std::vector<Block>& blocks, bool lz4, const QString& out)
     for (const Block& b : blocks) {
         if (buffer.size() < b.unpackedSize) buffer.resize(b.unpackedSize);
         if (lz4) {
-            LZ4_decompress_safe(b.packed.constData(), buffer.data(), b.packed.size(), int(b.unpackedSize));
+            LZ4_decompress_safe(b.packed.constData(), buffer.data(), b.packed.size(),
+                                int(b.unpackedSize));
         } else {
 #ifdef ZARNEL_HAVE_LIBDEFLATE
             size_t got = 0;
-            libdeflate_zlib_decompress(inflater, b.packed.constData(), size_t(b.packed.size()), buffer.data(),
-                                       b.unpackedSize, &got);
+            libdeflate_zlib_decompress(inflater, b.packed.constData(), size_t(b.packed.size()),
+                                       buffer.data(), b.unpackedSize, &got);
 #else
-            decompressZlib(b.packed.constData(), uint32_t(b.packed.size()), buffer.data(), b.unpackedSize);
+            decompressZlib(b.packed.constData(), uint32_t(b.packed.size()), buffer.data(),
+                           b.unpackedSize);
 #endif
         }
         QFile f(out + "/" + QString::number(n++));
@@ -217,10 +223,11 @@ void benchExtract(const QString& dir, const std::vector<corpus::File>& files, bo
 {
     std::vector<Block> blocks;
     for (const corpus::File& f : files) {
-        Block b{f.name, {}, uint32_t(f.data.size())};
+        Block b {f.name, {}, uint32_t(f.data.size())};
         if (lz4) {
             b.packed.resize(int(lz4Bound(uint64_t(f.data.size()))));
-            b.packed.resize(compressLz4(f.data.constData(), f.data.size(), b.packed.data(), b.packed.size()));
+            b.packed.resize(
+                compressLz4(f.data.constData(), f.data.size(), b.packed.data(), b.packed.size()));
         } else {
             b.packed = compressZlib(f.data.constData(), uint32_t(f.data.size()), 6).mid(4);
         }
@@ -233,7 +240,9 @@ void benchExtract(const QString& dir, const std::vector<corpus::File>& files, bo
     // next creations slower, which would be measured as part of whichever run comes next.
     int runs = 0;
     QString out;
-    auto fresh = [&] { out = dir + (lz4 ? "/lz4-out" : "/zlib-out") + QString::number(++runs); };
+    auto fresh = [&] {
+        out = dir + (lz4 ? "/lz4-out" : "/zlib-out") + QString::number(++runs);
+    };
     double limit = 1e30, one = 1e30, all = 1e30;
     const int jobs = defaultJobCount();
     for (int round = 0; round < 3; ++round) {
@@ -246,20 +255,23 @@ void benchExtract(const QString& dir, const std::vector<corpus::File>& files, bo
                 ArchiveReader r;
                 NullProgress none;
                 r.open(archive, none);
-                if (extractArchive(r, out, none, j).status != ArchiveStatus::Complete) std::fprintf(stderr, "extract failed\n");
+                if (extractArchive(r, out, none, j).status != ArchiveStatus::Complete)
+                    std::fprintf(stderr, "extract failed\n");
             });
             (j == 1 ? one : all) = std::min(j == 1 ? one : all, t);
         }
     }
     const char* name = lz4 ? "extract LZ4 v3 textures, 1 thread" : "extract zlib v1, 1 thread";
     report(name, one, limit, "inflate + write");
-    std::printf("%-34s ours %9.4f s   %d threads vs 1: speed-up %5.2fx\n", lz4 ? "extract LZ4 v3 textures, all cores" : "extract zlib v1, all cores",
-                all, jobs, one / all);
+    std::printf("%-34s ours %9.4f s   %d threads vs 1: speed-up %5.2fx\n",
+                lz4 ? "extract LZ4 v3 textures, all cores" : "extract zlib v1, all cores", all,
+                jobs, one / all);
 }
 
 // ---- zlib engines: ratio and speed of qCompress's zlib and libdeflate at every level ----
 
-struct EngineResult {
+struct EngineResult
+{
     uint64_t packed = 0;
     double seconds = 0;
 };
@@ -286,7 +298,8 @@ EngineResult runLibdeflate(const std::vector<QByteArray>& blocks, int level)
         for (const QByteArray& b : blocks) {
             const size_t bound = libdeflate_zlib_compress_bound(c, size_t(b.size()));
             if (out.size() < bound) out.resize(bound);
-            r.packed += libdeflate_zlib_compress(c, b.constData(), size_t(b.size()), out.data(), out.size());
+            r.packed += libdeflate_zlib_compress(c, b.constData(), size_t(b.size()), out.data(),
+                                                 out.size());
         }
     });
     libdeflate_free_compressor(c);
@@ -299,17 +312,20 @@ EngineResult runLibdeflate(const std::vector<QByteArray>& blocks, int level)
 
 void benchEngines(int64_t bytesPerKind)
 {
-    const corpus::Kind kinds[] = {corpus::Kind::Texture, corpus::Kind::Mesh, corpus::Kind::Incompressible};
+    const corpus::Kind kinds[]
+        = {corpus::Kind::Texture, corpus::Kind::Mesh, corpus::Kind::Incompressible};
     const char* names[] = {"texture-like", "mesh-like", "incompressible"};
     std::vector<QByteArray> data[3];
     double mib[3];
     for (int k = 0; k < 3; ++k) {
         data[k] = corpus::ofKind(kinds[k], bytesPerKind);
         uint64_t total = 0;
-        for (const QByteArray& b : data[k]) total += uint64_t(b.size());
+        for (const QByteArray& b : data[k])
+            total += uint64_t(b.size());
         mib[k] = double(total) / (1 << 20);
     }
-    std::printf("| level | corpus | zlib size %% | zlib MiB/s | libdeflate size %% | libdeflate MiB/s |\n");
+    std::printf(
+        "| level | corpus | zlib size %% | zlib MiB/s | libdeflate size %% | libdeflate MiB/s |\n");
     std::printf("|---|---|---|---|---|---|\n");
     QString verdicts;
     for (int level = 1; level <= 9; ++level) {
@@ -318,27 +334,32 @@ void benchEngines(int64_t bytesPerKind)
             const EngineResult z = runZlib(data[k], level);
             const EngineResult d = runLibdeflate(data[k], level);
             const double total = mib[k] * (1 << 20);
-            std::printf("| %d | %s | %.3f | %.1f | %.3f | %.1f |\n", level, names[k], 100.0 * z.packed / total,
-                        mib[k] / z.seconds, 100.0 * d.packed / total, mib[k] / d.seconds);
+            std::printf("| %d | %s | %.3f | %.1f | %.3f | %.1f |\n", level, names[k],
+                        100.0 * z.packed / total, mib[k] / z.seconds, 100.0 * d.packed / total,
+                        mib[k] / d.seconds);
             std::fflush(stdout);
             // "The same size": within a ten-thousandth of the input, 0.01 points on the table.
-            wins = wins && d.packed > 0 && d.packed <= z.packed + uint64_t(total / 10000) && d.seconds < z.seconds;
+            wins = wins && d.packed > 0 && d.packed <= z.packed + uint64_t(total / 10000)
+                && d.seconds < z.seconds;
         }
         verdicts += QStringLiteral("level %1: %2\n").arg(level).arg(wins ? "libdeflate" : "zlib");
     }
-    std::printf("\nengine that packs as small (within 0.01 points) or smaller on every corpus and is faster:\n%s",
+    std::printf("\nengine that packs as small (within 0.01 points) or smaller on every corpus and "
+                "is faster:\n%s",
                 qPrintable(verdicts));
 }
 
 // ---- create: our writer against compressing the same blocks from memory into one file ----
 
-struct CreateCase {
+struct CreateCase
+{
     const char* name;
     bool texture;
     int version, zlibLevel, lz4Mode;
 };
 
-struct MemoryBlock {
+struct MemoryBlock
+{
     const char* data;
     uint32_t size;
 };
@@ -355,7 +376,8 @@ std::vector<MemoryBlock> blocksOf(const std::vector<corpus::File>& files, bool t
         TextureLayout layout;
         if (layoutTexture(f.data.constData(), uint64_t(f.data.size()), layout) != 1) continue;
         for (int k = 0; k < layout.chunkCount; ++k)
-            blocks.push_back({f.data.constData() + layout.chunks[k].sourceOffset, layout.chunks[k].unpackedSize});
+            blocks.push_back({f.data.constData() + layout.chunks[k].sourceOffset,
+                              layout.chunks[k].unpackedSize});
     }
     return blocks;
 }
@@ -367,7 +389,8 @@ void rawCreate(const std::vector<MemoryBlock>& blocks, const CreateCase& c, cons
     const int fd = ::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     std::vector<char> out;
 #ifdef ZARNEL_HAVE_LIBDEFLATE
-    libdeflate_compressor* deflater = c.version == 3 ? nullptr : libdeflate_alloc_compressor(c.zlibLevel);
+    libdeflate_compressor* deflater
+        = c.version == 3 ? nullptr : libdeflate_alloc_compressor(c.zlibLevel);
 #endif
     ZlibCompressor fallback(c.zlibLevel, ZlibEngine::Zlib);
     for (const MemoryBlock& b : blocks) {
@@ -384,7 +407,8 @@ void rawCreate(const std::vector<MemoryBlock>& blocks, const CreateCase& c, cons
             n = fallback.compress(b.data, b.size, out.data(), out.size());
 #endif
         }
-        if (n > 0 && ::write(fd, out.data(), size_t(n)) != n) std::fprintf(stderr, "write failed\n");
+        if (n > 0 && ::write(fd, out.data(), size_t(n)) != n)
+            std::fprintf(stderr, "write failed\n");
     }
 #ifdef ZARNEL_HAVE_LIBDEFLATE
     libdeflate_free_compressor(deflater);
@@ -413,7 +437,8 @@ void benchCreate(const QString& dir, int64_t corpusBytes)
 {
     const std::vector<corpus::File> general = corpus::mixed(corpusBytes);
     const std::vector<corpus::File> textures = corpus::textures(corpusBytes);
-    if (!corpus::writeTo(dir + "/general/Data", general) || !corpus::writeTo(dir + "/textures/Data", textures)) {
+    if (!corpus::writeTo(dir + "/general/Data", general)
+        || !corpus::writeTo(dir + "/textures/Data", textures)) {
         std::fprintf(stderr, "cannot write the corpus\n");
         return;
     }
@@ -439,7 +464,10 @@ void benchCreate(const QString& dir, int64_t corpusBytes)
                 NullProgress none;
                 const double cpu = cpuSeconds();
                 const double t = bestOf(1, [&] {
-                    if (writeArchive(sources, out, c.texture, c.version, c.zlibLevel, c.lz4Mode, none, j).status != 1)
+                    if (writeArchive(sources, out, c.texture, c.version, c.zlibLevel, c.lz4Mode,
+                                     none, j)
+                            .status
+                        != 1)
                         std::fprintf(stderr, "create failed\n");
                 });
                 double& best = j == 1 ? one : all;
@@ -450,12 +478,15 @@ void benchCreate(const QString& dir, int64_t corpusBytes)
             }
         }
         report(qPrintable(QStringLiteral("%1, 1 thread").arg(c.name)), one, limit,
-               c.version == 3 ? (c.lz4Mode == 1 ? "lz4 + write" : "large-table lz4 + write") : "libdeflate + write");
+               c.version == 3 ? (c.lz4Mode == 1 ? "lz4 + write" : "large-table lz4 + write")
+                              : "libdeflate + write");
         // CPU time tells how much of the machine a run really had: on a busy machine the wall
         // clock of a one-thread run exceeds its CPU time.
-        std::printf("%-34s ours %9.4f s   %d threads vs 1: speed-up %5.2fx   archives %s   cpu %.2f s / %.2f s\n",
+        std::printf("%-34s ours %9.4f s   %d threads vs 1: speed-up %5.2fx   archives %s   cpu "
+                    "%.2f s / %.2f s\n",
                     qPrintable(QStringLiteral("%1, all cores").arg(c.name)), all, jobs, one / all,
-                    hashOne == hashAll && !hashOne.isEmpty() ? "identical" : "DIFFER", cpuOne, cpuAll);
+                    hashOne == hashAll && !hashOne.isEmpty() ? "identical" : "DIFFER", cpuOne,
+                    cpuAll);
         std::fflush(stdout);
     }
 }
@@ -465,7 +496,10 @@ void benchCreate(const QString& dir, int64_t corpusBytes)
 bool makeSmallFiles(const QString& folder, int count)
 {
     for (int i = 0; i < count; ++i) {
-        const QString sub = QStringLiteral("%1/Data/meshes/set%2/part%3").arg(folder).arg(i / 1000).arg(i / 100 % 10);
+        const QString sub = QStringLiteral("%1/Data/meshes/set%2/part%3")
+                                .arg(folder)
+                                .arg(i / 1000)
+                                .arg(i / 100 % 10);
         if (i % 100 == 0 && !QDir().mkpath(sub)) return false;
         QFile f(QStringLiteral("%1/piece_%2.nif").arg(sub).arg(i));
         if (!f.open(QIODevice::WriteOnly) || f.write("small file body\n") != 16) return false;
@@ -484,7 +518,8 @@ void benchGather(const QString& dir)
             return;
         }
         times[k] = bestOf(3, [&] {
-            if (int(gatherFolder(folder + "/Data").size()) != counts[k]) std::fprintf(stderr, "gather lost files\n");
+            if (int(gatherFolder(folder + "/Data").size()) != counts[k])
+                std::fprintf(stderr, "gather lost files\n");
         });
         if (k == 0) {
             // Many small files: what the hand-over between threads costs per file.
@@ -494,18 +529,22 @@ void benchGather(const QString& dir)
                 t[j] = bestOf(3, [&] {
                     SourceList copy = sources;
                     NullProgress none;
-                    if (writeArchive(copy, dir + "/small.ba2", false, 1, 6, 0, none, j ? creationJobs(copy, defaultJobCount()) : 1).status != 1)
+                    if (writeArchive(copy, dir + "/small.ba2", false, 1, 6, 0, none,
+                                     j ? creationJobs(copy, defaultJobCount()) : 1)
+                            .status
+                        != 1)
                         std::fprintf(stderr, "create failed\n");
                     QFile::remove(dir + "/small.ba2");
                 });
             }
-            std::printf("%-34s ours %9.4f s   all cores %9.4f s   speed-up %5.2fx\n", "create 25,000 small files, zlib 6",
-                        t[0], t[1], t[0] / t[1]);
+            std::printf("%-34s ours %9.4f s   all cores %9.4f s   speed-up %5.2fx\n",
+                        "create 25,000 small files, zlib 6", t[0], t[1], t[0] / t[1]);
         }
         QDir(folder).removeRecursively();
     }
     std::printf("%-34s %9.4f s\n%-34s %9.4f s   time(100k)/time(25k) %5.2f (target <= 6)\n",
-                "gather 25,000 small files", times[0], "gather 100,000 small files", times[1], times[1] / times[0]);
+                "gather 25,000 small files", times[0], "gather 100,000 small files", times[1],
+                times[1] / times[0]);
 }
 
 // ---- write-corpus: the create corpus on disk, for zarnel-cli under /usr/bin/time -v ----
@@ -514,26 +553,31 @@ int writeCorpus(const QString& dir, int64_t corpusBytes)
 {
     const std::vector<corpus::File> general = corpus::mixed(corpusBytes);
     const std::vector<corpus::File> textures = corpus::textures(corpusBytes);
-    if (!corpus::writeTo(dir + "/general/Data", general) || !corpus::writeTo(dir + "/textures/Data", textures)) {
+    if (!corpus::writeTo(dir + "/general/Data", general)
+        || !corpus::writeTo(dir + "/textures/Data", textures)) {
         std::fprintf(stderr, "cannot write the corpus under %s\n", qPrintable(dir));
         return 1;
     }
     uint32_t largest = 0;
-    for (const MemoryBlock& b : blocksOf(general, false)) largest = std::max(largest, b.size);
-    for (const MemoryBlock& b : blocksOf(textures, true)) largest = std::max(largest, b.size);
-    std::printf("%s/general/Data: %zu files, %s/textures/Data: %zu DDS files; largest block %u bytes\n",
-                qPrintable(dir), general.size(), qPrintable(dir), textures.size(), largest);
+    for (const MemoryBlock& b : blocksOf(general, false))
+        largest = std::max(largest, b.size);
+    for (const MemoryBlock& b : blocksOf(textures, true))
+        largest = std::max(largest, b.size);
+    std::printf(
+        "%s/general/Data: %zu files, %s/textures/Data: %zu DDS files; largest block %u bytes\n",
+        qPrintable(dir), general.size(), qPrintable(dir), textures.size(), largest);
     return 0;
 }
 
-}  // namespace
+} // namespace
 
 int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
     QStringList wanted = app.arguments().mid(1);
     int64_t corpusBytes = 128ll << 20;
-    if (qEnvironmentVariableIsSet("ZARNEL_BENCH_MIB")) corpusBytes = qEnvironmentVariableIntValue("ZARNEL_BENCH_MIB") * (1ll << 20);
+    if (qEnvironmentVariableIsSet("ZARNEL_BENCH_MIB"))
+        corpusBytes = qEnvironmentVariableIntValue("ZARNEL_BENCH_MIB") * (1ll << 20);
     if (wanted.value(0) == QLatin1String("write-corpus")) {
         if (wanted.size() != 2) {
             std::fprintf(stderr, "usage: zarnel-bench write-corpus DIR\n");
@@ -542,14 +586,17 @@ int main(int argc, char** argv)
         return writeCorpus(wanted[1], corpusBytes);
     }
     QTemporaryDir dir;
-    if (wanted.isEmpty()) wanted = QStringList{"open", "extract", "create", "gather"};
-    auto want = [&](const char* name) { return wanted.contains(QLatin1String(name)); };
+    if (wanted.isEmpty()) wanted = QStringList {"open", "extract", "create", "gather"};
+    auto want = [&](const char* name) {
+        return wanted.contains(QLatin1String(name));
+    };
     std::vector<corpus::File> files;
     auto corpusFiles = [&]() -> const std::vector<corpus::File>& {
         if (files.empty()) files = corpus::mixed(corpusBytes);
         return files;
     };
-    std::printf("corpus: %lld MiB (ZARNEL_BENCH_MIB), %d cores\n", (long long)(corpusBytes >> 20), defaultJobCount());
+    std::printf("corpus: %lld MiB (ZARNEL_BENCH_MIB), %d cores\n", (long long)(corpusBytes >> 20),
+                defaultJobCount());
     if (want("open")) benchOpen(dir.path());
     if (want("extract")) {
         benchExtract(dir.path(), corpusFiles(), false);

@@ -13,12 +13,12 @@
 
 #include <QApplication>
 #include <QDir>
+#include <QDropEvent>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QListWidget>
 #include <QMimeData>
 #include <QPushButton>
-#include <QDropEvent>
 #include <QTemporaryDir>
 #include <QUrl>
 
@@ -29,11 +29,15 @@
 namespace {
 
 // Answers the Open Archive dialog and swallows boxes, so nothing waits for a user.
-class QuietDialogs : public Dialogs {
+class QuietDialogs : public Dialogs
+{
 public:
     QString openFile;
     int boxes = 0;
-    QString getOpenFileName(QWidget*, const QString&, const QString&, const QString&) override { return openFile; }
+    QString getOpenFileName(QWidget*, const QString&, const QString&, const QString&) override
+    {
+        return openFile;
+    }
     void showMessage(QMessageBox::Icon, const QString&, const QString&) override { ++boxes; }
 };
 
@@ -41,7 +45,8 @@ bool makeFolder(const QString& root, int count)
 {
     const int perFolder = 1000;
     for (int i = 0; i < count; ++i) {
-        const QString folder = root + QStringLiteral("/d%1").arg(i / perFolder, 3, 10, QLatin1Char('0'));
+        const QString folder
+            = root + QStringLiteral("/d%1").arg(i / perFolder, 3, 10, QLatin1Char('0'));
         if (i % perFolder == 0 && !QDir().mkpath(folder)) return false;
         QFile file(folder + QStringLiteral("/file_%1.txt").arg(i, 6, 10, QLatin1Char('0')));
         if (!file.open(QIODevice::WriteOnly)) return false;
@@ -68,7 +73,8 @@ double cpuMs()
     return double(std::clock()) * 1000.0 / CLOCKS_PER_SEC;
 }
 
-struct Times {
+struct Times
+{
     double dropMs = 0;
     double openMs = 0;
     double dropCpuMs = 0;
@@ -102,7 +108,8 @@ bool runOnce(const QString& base, int count, Times& times)
         window->listView = 1;
         QMimeData mime;
         mime.setUrls({QUrl::fromLocalFile(folder)});
-        QDragEnterEvent enter(QPoint(10, 10), Qt::CopyAction, &mime, Qt::LeftButton, Qt::NoModifier);
+        QDragEnterEvent enter(QPoint(10, 10), Qt::CopyAction, &mime, Qt::LeftButton,
+                              Qt::NoModifier);
         QCoreApplication::sendEvent(window.get(), &enter);
         QDropEvent drop(QPointF(10, 10), Qt::CopyAction, &mime, Qt::LeftButton, Qt::NoModifier);
         QElapsedTimer timer;
@@ -129,7 +136,7 @@ bool runOnce(const QString& base, int count, Times& times)
     return dialogs.boxes == 0 && times.listed == count && times.opened == count;
 }
 
-}  // namespace
+} // namespace
 
 int main(int argc, char** argv)
 {
@@ -144,25 +151,28 @@ int main(int argc, char** argv)
 
     QTemporaryDir scratch;
     const QString previous = QDir::currentPath();
-    QDir::setCurrent(scratch.path());  // Zarnel.ini lands in the scratch folder
+    QDir::setCurrent(scratch.path()); // Zarnel.ini lands in the scratch folder
 
     Times smallTimes, largeTimes;
-    const bool ok = runOnce(scratch.path(), small, smallTimes) && runOnce(scratch.path(), large, largeTimes);
+    const bool ok
+        = runOnce(scratch.path(), small, smallTimes) && runOnce(scratch.path(), large, largeTimes);
     QDir::setCurrent(previous);
     if (!ok) {
         std::fprintf(stderr, "benchmark run failed\n");
         return 1;
     }
-    const auto row = [](const char* label, double drop, double dropCpu, double open, double openCpu) {
+    const auto row = [](const char* label, double drop, double dropCpu, double open,
+                        double openCpu) {
         std::printf("%-20s %12.1f %12.1f %12.1f %12.1f\n", label, drop, dropCpu, open, openCpu);
     };
-    std::printf("%-20s %12s %12s %12s %12s\n", "", "drop ms", "drop cpu ms", "open ms", "open cpu ms");
-    row(qPrintable(QStringLiteral("%1 files").arg(small)), smallTimes.dropMs, smallTimes.dropCpuMs, smallTimes.openMs,
-        smallTimes.openCpuMs);
-    row(qPrintable(QStringLiteral("%1 files").arg(large)), largeTimes.dropMs, largeTimes.dropCpuMs, largeTimes.openMs,
-        largeTimes.openCpuMs);
-    std::printf("%-20s %12.2f %12.2f %12.2f %12.2f\n", "ratio large/small", largeTimes.dropMs / smallTimes.dropMs,
-                largeTimes.dropCpuMs / smallTimes.dropCpuMs, largeTimes.openMs / smallTimes.openMs,
-                largeTimes.openCpuMs / smallTimes.openCpuMs);
+    std::printf("%-20s %12s %12s %12s %12s\n", "", "drop ms", "drop cpu ms", "open ms",
+                "open cpu ms");
+    row(qPrintable(QStringLiteral("%1 files").arg(small)), smallTimes.dropMs, smallTimes.dropCpuMs,
+        smallTimes.openMs, smallTimes.openCpuMs);
+    row(qPrintable(QStringLiteral("%1 files").arg(large)), largeTimes.dropMs, largeTimes.dropCpuMs,
+        largeTimes.openMs, largeTimes.openCpuMs);
+    std::printf("%-20s %12.2f %12.2f %12.2f %12.2f\n", "ratio large/small",
+                largeTimes.dropMs / smallTimes.dropMs, largeTimes.dropCpuMs / smallTimes.dropCpuMs,
+                largeTimes.openMs / smallTimes.openMs, largeTimes.openCpuMs / smallTimes.openCpuMs);
     return 0;
 }

@@ -14,14 +14,18 @@
 
 namespace corpus {
 
-struct File {
+struct File
+{
     QString name;
     QByteArray data;
 };
 
-class Rng {
+class Rng
+{
 public:
-    explicit Rng(uint64_t seed) : s(seed * 0x9E3779B97F4A7C15ull + 1) {}
+    explicit Rng(uint64_t seed)
+        : s(seed * 0x9E3779B97F4A7C15ull + 1)
+    { }
     uint64_t next()
     {
         s ^= s << 13;
@@ -63,7 +67,8 @@ inline QByteArray meshLike(int size, uint64_t seed)
     float v[8] = {0, 0, 0, 0, 1, 0, 0.5f, 0.5f};
     int i = 0;
     for (; i + 32 <= size * 3 / 4; i += 32) {
-        for (float& f : v) f += float(int(rng.next() % 200) - 100) / 4096.0f;
+        for (float& f : v)
+            f += float(int(rng.next() % 200) - 100) / 4096.0f;
         memcpy(out.data() + i, v, 32);
     }
     uint16_t index = 0;
@@ -93,7 +98,7 @@ inline std::vector<File> mixed(int64_t totalBytes, uint64_t seed = 1)
     Rng rng(seed);
     int64_t made = 0;
     for (int n = 0; made < totalBytes; ++n) {
-        const int size = 4096 << (rng.next() % 11);  // 4 KiB .. 4 MiB
+        const int size = 4096 << (rng.next() % 11); // 4 KiB .. 4 MiB
         const int kind = int(rng.next() % 20);
         File f;
         if (kind < 9) {
@@ -139,7 +144,8 @@ inline std::vector<QByteArray> ofKind(Kind kind, int64_t totalBytes, uint64_t se
 
 inline void put32(QByteArray& b, uint32_t v)
 {
-    for (int i = 0; i < 4; ++i) b.append(char(v >> (8 * i)));
+    for (int i = 0; i < 4; ++i)
+        b.append(char(v >> (8 * i)));
 }
 
 // A DDS file with a full mip chain of texture-like blocks: BC1 behind the plain header, or BC7
@@ -169,7 +175,8 @@ inline QByteArray ddsFile(uint32_t width, uint32_t height, bool bc7, uint64_t se
     put32(f, 0x401008);
     f += QByteArray(16, '\0');
     if (bc7) {
-        for (uint32_t v : {98u, 3u, 0u, 1u, 0u}) put32(f, v);
+        for (uint32_t v : {98u, 3u, 0u, 1u, 0u})
+            put32(f, v);
     }
     return f + textureLike(int(bytes), seed);
 }
@@ -199,9 +206,11 @@ inline bool writeTo(const QString& folder, const std::vector<File>& files)
         const QString path = folder + QLatin1Char('/') + f.name;
         if (!QDir().mkpath(QFileInfo(path).path())) return false;
         QFile out(path);
-        if (!out.open(QIODevice::WriteOnly | QIODevice::Truncate) || out.write(f.data) != f.data.size()) return false;
+        if (!out.open(QIODevice::WriteOnly | QIODevice::Truncate)
+            || out.write(f.data) != f.data.size())
+            return false;
     }
     return true;
 }
 
-}  // namespace corpus
+} // namespace corpus

@@ -16,19 +16,21 @@ static void put16(QByteArray& b, uint16_t v)
 }
 static void put32(QByteArray& b, uint32_t v)
 {
-    for (int i = 0; i < 4; ++i) b.append(char((v >> (8 * i)) & 0xFF));
+    for (int i = 0; i < 4; ++i)
+        b.append(char((v >> (8 * i)) & 0xFF));
 }
 static void put64(QByteArray& b, uint64_t v)
 {
-    for (int i = 0; i < 8; ++i) b.append(char((v >> (8 * i)) & 0xFF));
+    for (int i = 0; i < 8; ++i)
+        b.append(char((v >> (8 * i)) & 0xFF));
 }
 
 QByteArray zlibStream(const QByteArray& data, int level)
 {
     uLongf len = compressBound(uLong(data.size()));
     QByteArray out(int(len), '\0');
-    compress2(reinterpret_cast<Bytef*>(out.data()), &len, reinterpret_cast<const Bytef*>(data.constData()),
-              uLong(data.size()), level);
+    compress2(reinterpret_cast<Bytef*>(out.data()), &len,
+              reinterpret_cast<const Bytef*>(data.constData()), uLong(data.size()), level);
     out.resize(int(len));
     return out;
 }
@@ -41,13 +43,23 @@ QByteArray lz4Block(const QByteArray& data)
     return out;
 }
 
-static void packInto(const QByteArray& data, Pack pack, QByteArray& stored, uint32_t& packed, uint32_t& unpacked)
+static void packInto(const QByteArray& data, Pack pack, QByteArray& stored, uint32_t& packed,
+                     uint32_t& unpacked)
 {
     unpacked = uint32_t(data.size());
     switch (pack) {
-    case Pack::Stored: stored = data; packed = 0; break;
-    case Pack::Zlib: stored = zlibStream(data); packed = uint32_t(stored.size()); break;
-    case Pack::Lz4: stored = lz4Block(data); packed = uint32_t(stored.size()); break;
+    case Pack::Stored:
+        stored = data;
+        packed = 0;
+        break;
+    case Pack::Zlib:
+        stored = zlibStream(data);
+        packed = uint32_t(stored.size());
+        break;
+    case Pack::Lz4:
+        stored = lz4Block(data);
+        packed = uint32_t(stored.size());
+        break;
     }
 }
 
@@ -60,8 +72,9 @@ TestEntry& Ba2Builder::addGeneral(const QByteArray& name, const QByteArray& data
     return entries.last();
 }
 
-TestEntry& Ba2Builder::addTexture(const QByteArray& name, uint16_t width, uint16_t height, uint8_t mipCount,
-                                  uint8_t format, const QVector<QByteArray>& chunkData, Pack pack)
+TestEntry& Ba2Builder::addTexture(const QByteArray& name, uint16_t width, uint16_t height,
+                                  uint8_t mipCount, uint8_t format,
+                                  const QVector<QByteArray>& chunkData, Pack pack)
 {
     TestEntry e;
     e.name = name;
@@ -175,6 +188,9 @@ QByteArray readFile(const QString& path)
     return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
 }
 
-QString samplesDir() { return QStringLiteral(ZARNEL_SAMPLES_DIR); }
+QString samplesDir()
+{
+    return QStringLiteral(ZARNEL_SAMPLES_DIR);
+}
 
-}  // namespace testutil
+} // namespace testutil

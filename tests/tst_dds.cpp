@@ -16,18 +16,34 @@ Q_DECLARE_METATYPE(FileRecord)
 
 namespace {
 
-uint32_t le32(const void* p) { return qFromLittleEndian<quint32>(p); }
-uint32_t cc(const char* code) { return le32(code); }
+uint32_t le32(const void* p)
+{
+    return qFromLittleEndian<quint32>(p);
+}
+uint32_t cc(const char* code)
+{
+    return le32(code);
+}
 
 // The pixel-format description of a DDS header, as a DDS writer fills it in.
-struct PixelFormat {
+struct PixelFormat
+{
     uint32_t flags = 0, fourCC = 0, bits = 0;
     uint32_t masks[4] = {0, 0, 0, 0};
-    int dxgi = -1;  // >= 0: the FourCC is "DX10" and this code follows
+    int dxgi = -1; // >= 0: the FourCC is "DX10" and this code follows
 };
-PixelFormat fourCC(uint32_t code) { return {0x4, code, 0, {0, 0, 0, 0}, -1}; }
-PixelFormat fourCC(const char* code) { return fourCC(cc(code)); }
-PixelFormat dx10(int code) { return {0x4, cc("DX10"), 0, {0, 0, 0, 0}, code}; }
+PixelFormat fourCC(uint32_t code)
+{
+    return {0x4, code, 0, {0, 0, 0, 0}, -1};
+}
+PixelFormat fourCC(const char* code)
+{
+    return fourCC(cc(code));
+}
+PixelFormat dx10(int code)
+{
+    return {0x4, cc("DX10"), 0, {0, 0, 0, 0}, code};
+}
 PixelFormat masks(uint32_t flags, uint32_t bits, uint32_t r, uint32_t g, uint32_t b, uint32_t a)
 {
     return {flags, 0, bits, {r, g, b, a}, -1};
@@ -36,21 +52,27 @@ const PixelFormat kRgba = masks(0x41, 32, 0xFF, 0xFF00, 0xFF0000, 0xFF000000);
 const PixelFormat kLuminance = masks(0x20000, 8, 0xFF, 0, 0, 0);
 
 // The header fields besides sizes and pixel format.
-struct HeaderFields {
+struct HeaderFields
+{
     uint32_t flags = 0x1007, pitchOrLinearSize = 0, caps = 0x1000, caps2 = 0;
 };
 
 // A DDS file: header (with the extension when dxgi >= 0) and dataBytes of patterned data.
-QByteArray makeDds(const PixelFormat& pf, uint32_t width, uint32_t height, uint32_t mips, int dataBytes,
-                   const HeaderFields& h = HeaderFields())
+QByteArray makeDds(const PixelFormat& pf, uint32_t width, uint32_t height, uint32_t mips,
+                   int dataBytes, const HeaderFields& h = HeaderFields())
 {
     QByteArray f(pf.dxgi >= 0 ? 148 : 128, '\0');
-    const auto put = [&f](int at, uint32_t v) { qToLittleEndian<quint32>(v, f.data() + at); };
-    const uint32_t fields[] = {cc("DDS "), 124, h.flags, height, width, h.pitchOrLinearSize, 1, mips};
-    for (int i = 0; i < 8; ++i) put(4 * i, fields[i]);
-    const uint32_t pixelFormat[] = {32, pf.flags, pf.fourCC, pf.bits, pf.masks[0], pf.masks[1], pf.masks[2],
-                                    pf.masks[3], h.caps, h.caps2};
-    for (int i = 0; i < 10; ++i) put(76 + 4 * i, pixelFormat[i]);
+    const auto put = [&f](int at, uint32_t v) {
+        qToLittleEndian<quint32>(v, f.data() + at);
+    };
+    const uint32_t fields[]
+        = {cc("DDS "), 124, h.flags, height, width, h.pitchOrLinearSize, 1, mips};
+    for (int i = 0; i < 8; ++i)
+        put(4 * i, fields[i]);
+    const uint32_t pixelFormat[] = {32,          pf.flags,    pf.fourCC,   pf.bits, pf.masks[0],
+                                    pf.masks[1], pf.masks[2], pf.masks[3], h.caps,  h.caps2};
+    for (int i = 0; i < 10; ++i)
+        put(76 + 4 * i, pixelFormat[i]);
     if (pf.dxgi >= 0) {
         put(128, uint32_t(pf.dxgi));
         put(132, 3);
@@ -86,41 +108,63 @@ QByteArray ddsHeader(const FileRecord& r)
     return QByteArray(reinterpret_cast<const char*>(b), buildDdsHeader(b, r));
 }
 
-QByteArray sample(const QString& name) { return testutil::readFile(testutil::samplesDir() + "/" + name); }
+QByteArray sample(const QString& name)
+{
+    return testutil::readFile(testutil::samplesDir() + "/" + name);
+}
 
-// The first texture record of an archive made by another tool; its chunks as first mip, last mip, size.
+// The first texture record of an archive made by another tool; its chunks as first mip, last mip,
+// size.
 FileRecord firstTexture(const QString& archive, QVector<uint>& chunks)
 {
     const QByteArray a = sample(archive);
     if (a.size() < 48 || a.size() < 48 + 24 * uchar(a[24 + 13])) return FileRecord();
     const char* rec = a.constData() + 24;
-    const auto le16 = [rec](int at) { return qFromLittleEndian<quint16>(rec + at); };
+    const auto le16 = [rec](int at) {
+        return qFromLittleEndian<quint16>(rec + at);
+    };
     for (int k = 1; k <= uchar(rec[13]); ++k)
         chunks << le16(24 * k + 16) << le16(24 * k + 18) << le32(rec + 24 * k + 12);
     return record(uchar(rec[21]), le16(18), le16(16), uchar(rec[20]), le16(22));
 }
 
-// Every format the header knows, as DDS writers describe it, with its bytes per pixel or per 4x4 block.
-struct Format {
+// Every format the header knows, as DDS writers describe it, with its bytes per pixel or per 4x4
+// block.
+struct Format
+{
     PixelFormat pf;
     int code;
     uint32_t unitBytes;
     bool blocks;
 };
 const QVector<Format> kFormats = {
-    {fourCC("DXT1"), 71, 8, true},   {fourCC("DXT3"), 74, 16, true},  {fourCC("DXT5"), 77, 16, true},
-    {fourCC("BC4U"), 80, 8, true},   {fourCC("BC5U"), 83, 16, true},  {fourCC("BC5S"), 84, 16, true},
-    {fourCC(36u), 11, 8, false},     {fourCC(113u), 10, 8, false},    {kLuminance, 61, 1, false},
-    {kRgba, 28, 4, false},           {dx10(29), 29, 4, false},        {dx10(31), 31, 4, false},
-    {dx10(72), 72, 8, true},         {dx10(78), 78, 16, true},        {dx10(95), 95, 16, true},
-    {dx10(98), 98, 16, true},        {dx10(99), 99, 16, true},        {dx10(80), 80, 8, true},
-    {dx10(84), 84, 16, true},        {masks(0x41, 32, 0xFF0000, 0xFF00, 0xFF, 0xFF000000), 87, 4, false},
-    {masks(0x40, 8, 0xFF, 0, 0, 0), 63, 1, false},  // R8_SNORM: written, but no way back
+    {fourCC("DXT1"), 71, 8, true},
+    {fourCC("DXT3"), 74, 16, true},
+    {fourCC("DXT5"), 77, 16, true},
+    {fourCC("BC4U"), 80, 8, true},
+    {fourCC("BC5U"), 83, 16, true},
+    {fourCC("BC5S"), 84, 16, true},
+    {fourCC(36u), 11, 8, false},
+    {fourCC(113u), 10, 8, false},
+    {kLuminance, 61, 1, false},
+    {kRgba, 28, 4, false},
+    {dx10(29), 29, 4, false},
+    {dx10(31), 31, 4, false},
+    {dx10(72), 72, 8, true},
+    {dx10(78), 78, 16, true},
+    {dx10(95), 95, 16, true},
+    {dx10(98), 98, 16, true},
+    {dx10(99), 99, 16, true},
+    {dx10(80), 80, 8, true},
+    {dx10(84), 84, 16, true},
+    {masks(0x41, 32, 0xFF0000, 0xFF00, 0xFF, 0xFF000000), 87, 4, false},
+    {masks(0x40, 8, 0xFF, 0, 0, 0), 63, 1, false}, // R8_SNORM: written, but no way back
 };
 
-}  // namespace
+} // namespace
 
-class TestDds : public QObject {
+class TestDds : public QObject
+{
     Q_OBJECT
 private slots:
     void header_data();
@@ -136,27 +180,37 @@ void TestDds::header_data()
     QTest::addColumn<QByteArray>("expected");
     // 64 x 32, one level, of each format (BC4_UNORM and BC5_SNORM come back with their FourCC).
     for (const Format& f : kFormats) {
-        const HeaderFields fields{f.blocks ? 0xA1007u : 0x2100Fu, (f.blocks ? 128 : 64) * f.unitBytes};
+        const HeaderFields fields {f.blocks ? 0xA1007u : 0x2100Fu,
+                                   (f.blocks ? 128 : 64) * f.unitBytes};
         if (f.pf.dxgi != 80 && f.pf.dxgi != 84)
-            QTest::addRow("format %d", f.code) << record(f.code, 64, 32, 1) << makeDds(f.pf, 64, 32, 1, 0, fields);
+            QTest::addRow("format %d", f.code)
+                << record(f.code, 64, 32, 1) << makeDds(f.pf, 64, 32, 1, 0, fields);
     }
     const PixelFormat dxt1 = fourCC("DXT1");
     QTest::newRow("BC7 1024x1024 11 mips")
-        << record(98, 1024, 1024, 11) << makeDds(dx10(98), 1024, 1024, 11, 0, {0xA1007, 1048576, 0x401008});
-    QTest::newRow("RGBA no mips") << record(28, 64, 32, 0) << makeDds(kRgba, 64, 32, 0, 0, {0x100F, 256});
-    QTest::newRow("partial blocks not counted") << record(71, 6, 6, 1) << makeDds(dxt1, 6, 6, 1, 0, {0xA1007, 16});
-    QTest::newRow("2x2 blocks") << record(77, 2, 2, 1) << makeDds(fourCC("DXT5"), 2, 2, 1, 0, {0xA1007, 0});
+        << record(98, 1024, 1024, 11)
+        << makeDds(dx10(98), 1024, 1024, 11, 0, {0xA1007, 1048576, 0x401008});
+    QTest::newRow("RGBA no mips") << record(28, 64, 32, 0)
+                                  << makeDds(kRgba, 64, 32, 0, 0, {0x100F, 256});
+    QTest::newRow("partial blocks not counted")
+        << record(71, 6, 6, 1) << makeDds(dxt1, 6, 6, 1, 0, {0xA1007, 16});
+    QTest::newRow("2x2 blocks") << record(77, 2, 2, 1)
+                                << makeDds(fourCC("DXT5"), 2, 2, 1, 0, {0xA1007, 0});
     QTest::newRow("largest sides wrap")
-        << record(98, 65535, 65535, 1) << makeDds(dx10(98), 65535, 65535, 1, 0, {0xA1007, 4294836224u});
-    QTest::newRow("cube map")
-        << record(71, 256, 256, 9, 0x0801) << makeDds(dxt1, 256, 256, 9, 0, {0xA1007, 32768, 0x401008, 0xFE00});
+        << record(98, 65535, 65535, 1)
+        << makeDds(dx10(98), 65535, 65535, 1, 0, {0xA1007, 4294836224u});
+    QTest::newRow("cube map") << record(71, 256, 256, 9, 0x0801)
+                              << makeDds(dxt1, 256, 256, 9, 0, {0xA1007, 32768, 0x401008, 0xFE00});
     QTest::newRow("cube bit alone")
-        << record(72, 256, 256, 9, 0x0001) << makeDds(dx10(72), 256, 256, 9, 0, {0xA1007, 32768, 0x401008, 0xFE00});
+        << record(72, 256, 256, 9, 0x0001)
+        << makeDds(dx10(72), 256, 256, 9, 0, {0xA1007, 32768, 0x401008, 0xFE00});
     QTest::newRow("all other flag bits")
-        << record(71, 256, 256, 9, 0xFFFE) << makeDds(dxt1, 256, 256, 9, 0, {0xA1007, 32768, 0x401008});
+        << record(71, 256, 256, 9, 0xFFFE)
+        << makeDds(dxt1, 256, 256, 9, 0, {0xA1007, 32768, 0x401008});
     // The Creation Kit's own source file gets its header back from the record it made.
     QVector<uint> chunks;
-    QTest::newRow("Blank.dds") << firstTexture("Blank - Textures.ba2", chunks) << sample("Blank.dds").left(128);
+    QTest::newRow("Blank.dds") << firstTexture("Blank - Textures.ba2", chunks)
+                               << sample("Blank.dds").left(128);
 }
 
 void TestDds::header()
@@ -175,8 +229,11 @@ void TestDds::oneArrayForAllTextures()
     QVector<int> known;
     for (int code = 0; code < 256; ++code)
         if (buildDdsHeader(shared, record(code, 16, 16, 1)) != 0) known << code;
-    QCOMPARE(known, (QVector<int>{10, 11, 28, 29, 31, 61, 63, 71, 72, 74, 77, 78, 80, 83, 84, 87, 95, 98, 99}));
-    for (int code = 0; code < 256; ++code) QCOMPARE(ddsFormatSupported(uint8_t(code)), known.contains(code));
+    QCOMPARE(known,
+             (QVector<int> {10, 11, 28, 29, 31, 61, 63, 71, 72, 74, 77, 78, 80, 83, 84, 87, 95, 98,
+                            99}));
+    for (int code = 0; code < 256; ++code)
+        QCOMPARE(ddsFormatSupported(uint8_t(code)), known.contains(code));
     QCOMPARE(buildDdsHeader(shared, record(98, 512, 512, 10, 0x0801)), 148);
     QCOMPARE(buildDdsHeader(shared, record(71, 128, 64, 1)), 128);
     QCOMPARE(QByteArray(reinterpret_cast<char*>(shared), 128), ddsHeader(record(71, 128, 64, 1)));
@@ -185,31 +242,35 @@ void TestDds::oneArrayForAllTextures()
 void TestDds::layout_data()
 {
     QTest::addColumn<QByteArray>("file");
-    QTest::addColumn<quint64>("claimedSize");  // 0: the file's size
+    QTest::addColumn<quint64>("claimedSize"); // 0: the file's size
     QTest::addColumn<int>("status");
     QTest::addColumn<int>("format");
-    QTest::addColumn<QVector<uint>>("chunks");  // first mip, last mip, size of each chunk
-    const auto refused = [](const QString& tag, const QByteArray& file, int status, quint64 claimedSize = 0) {
+    QTest::addColumn<QVector<uint>>("chunks"); // first mip, last mip, size of each chunk
+    const auto refused = [](const QString& tag, const QByteArray& file, int status,
+                            quint64 claimedSize = 0) {
         QTest::newRow(qPrintable(tag)) << file << claimedSize << status << 0 << QVector<uint>();
     };
     const auto unsupported = [&](const QString& tag, const PixelFormat& pf) {
         refused(tag, makeDds(pf, 4, 4, 1, 64), -10);
     };
-    const auto walk = [](const char* tag, const PixelFormat& pf, uint32_t width, uint32_t height, uint32_t mips,
-                         int format, const QVector<uint>& chunks, int trailing = 0) {
+    const auto walk = [](const char* tag, const PixelFormat& pf, uint32_t width, uint32_t height,
+                         uint32_t mips, int format, const QVector<uint>& chunks, int trailing = 0) {
         int dataSize = 0;
-        for (int k = 2; k < chunks.size(); k += 3) dataSize += int(chunks[k]);
+        for (int k = 2; k < chunks.size(); k += 3)
+            dataSize += int(chunks[k]);
         const QByteArray file = makeDds(pf, width, height, mips, dataSize + trailing);
         QTest::newRow(tag) << file << quint64(0) << 1 << format << chunks;
     };
-    // 64 x 32, one level, of each format: 2,048 pixels or 128 blocks, then bytes that are not part of it.
+    // 64 x 32, one level, of each format: 2,048 pixels or 128 blocks, then bytes that are not part
+    // of it.
     for (const Format& f : kFormats) {
         if (f.code == 63) continue;
         const uint32_t bytes = (f.blocks ? 128 : 2048) * f.unitBytes;
-        walk(qPrintable(QString("format %1%2").arg(f.code).arg(f.pf.dxgi >= 0 ? " DX10" : "")), f.pf, 64, 32, 1,
-             f.code, {0, 0, bytes}, 100);
+        walk(qPrintable(QString("format %1%2").arg(f.code).arg(f.pf.dxgi >= 0 ? " DX10" : "")),
+             f.pf, 64, 32, 1, f.code, {0, 0, bytes}, 100);
     }
-    walk("BC7 1024 11 mips", dx10(98), 1024, 1024, 11, 98, {0, 0, 1048576, 1, 1, 262144, 2, 10, 87408});
+    walk("BC7 1024 11 mips", dx10(98), 1024, 1024, 11, 98,
+         {0, 0, 1048576, 1, 1, 262144, 2, 10, 87408});
     walk("DXT1 4096 13 mips: four chunks at most", fourCC("DXT1"), 4096, 4096, 13, 71,
          {0, 0, 8388608, 1, 1, 2097152, 2, 2, 524288, 3, 12, 174776});
     walk("RGBA 256 9 mips", kRgba, 256, 256, 9, 28, {0, 8, 349524});
@@ -228,15 +289,19 @@ void TestDds::layout_data()
     // A long thin texture: the area counts, not either side.
     walk("FourCC 113 8192x32 3 mips", fourCC(113u), 8192, 32, 3, 10, {0, 0, 2097152, 1, 2, 655360});
     // Further cube faces or array slices after the first surface's chain stay out.
-    walk("DXT5 256 9 mips, more faces", fourCC("DXT5"), 256, 256, 9, 77, {0, 8, 87408}, 87408 * 5 + 13);
+    walk("DXT5 256 9 mips, more faces", fourCC("DXT5"), 256, 256, 9, 77, {0, 8, 87408},
+         87408 * 5 + 13);
     // As other tools cut their first textures, and the Creation Kit its own source file.
-    for (const char* archive : {"Blank - Textures.ba2", "Unofficial Fallout 4 Patch - Textures.ba2"}) {
+    for (const char* archive :
+         {"Blank - Textures.ba2", "Unofficial Fallout 4 Patch - Textures.ba2"}) {
         QVector<uint> chunks;
         const FileRecord r = firstTexture(archive, chunks);
         walk(archive, fourCC("DXT1"), r.width, r.height, r.mipCount, 71, chunks);
-        if (archive[0] == 'B') QTest::newRow("Blank.dds") << sample("Blank.dds") << quint64(0) << 1 << 71 << chunks;
+        if (archive[0] == 'B')
+            QTest::newRow("Blank.dds") << sample("Blank.dds") << quint64(0) << 1 << 71 << chunks;
     }
-    walk("RGBA masks, RGB flag only", masks(0x40, 32, 0xFF, 0xFF00, 0xFF0000, 0xFF000000), 4, 4, 1, 28, {0, 0, 64});
+    walk("RGBA masks, RGB flag only", masks(0x40, 32, 0xFF, 0xFF00, 0xFF0000, 0xFF000000), 4, 4, 1,
+         28, {0, 0, 64});
 
     const QByteArray good = makeDds(fourCC("DXT1"), 64, 64, 7, 2048 + 512 + 128 + 32 + 8 + 8 + 8);
     refused("not DDS", QByteArray(good).replace(0, 4, "DDSX"), -9);
@@ -266,7 +331,8 @@ void TestDds::layout_data()
     unsupported("RGBA masks, 24 bits", masks(0x41, 24, 0xFF, 0xFF00, 0xFF0000, 0xFF000000));
     unsupported("RGBX (no alpha mask)", masks(0x40, 32, 0xFF, 0xFF00, 0xFF0000, 0));
     unsupported("red and blue both 0xFF", masks(0x41, 32, 0xFF, 0xFF00, 0xFF, 0xFF000000));
-    unsupported("unknown FourCC beside RGBA masks", {0x45, cc("DXT2"), 32, {0xFF, 0xFF00, 0xFF0000, 0xFF000000}, -1});
+    unsupported("unknown FourCC beside RGBA masks",
+                {0x45, cc("DXT2"), 32, {0xFF, 0xFF00, 0xFF0000, 0xFF000000}, -1});
 }
 
 void TestDds::layout()
@@ -280,11 +346,12 @@ void TestDds::layout()
     layout.chunkCount = 77;
     QCOMPARE(analyse(file, layout, claimedSize), status);
     if (status != 1) {
-        QCOMPARE(int(layout.chunkCount), 77);  // untouched on failure
+        QCOMPARE(int(layout.chunkCount), 77); // untouched on failure
         return;
     }
     QCOMPARE(int(layout.format), format);
-    QVERIFY(layout.width == le32(file.constData() + 16) && layout.height == le32(file.constData() + 12));
+    QVERIFY(layout.width == le32(file.constData() + 16)
+            && layout.height == le32(file.constData() + 12));
     QCOMPARE(layout.mipCount, qMax(le32(file.constData() + 28), 1u));
     QCOMPARE(layout.dataStart, file.mid(84, 4) == "DX10" ? 148u : 128u);
     QCOMPARE(int(layout.chunkCount) * 3, chunks.size());
@@ -292,7 +359,8 @@ void TestDds::layout()
     for (int k = 0; k < layout.chunkCount; ++k) {
         const ChunkPlan& got = layout.chunks[k];
         QVERIFY(got.sourceOffset == offset && got.packedSize == 0);
-        QCOMPARE((QVector<uint>{got.firstMip, got.lastMip, got.unpackedSize}), chunks.mid(3 * k, 3));
+        QCOMPARE((QVector<uint> {got.firstMip, got.lastMip, got.unpackedSize}),
+                 chunks.mid(3 * k, 3));
         offset += got.unpackedSize;
     }
     QCOMPARE(layout.dataSize, offset - layout.dataStart);

@@ -13,9 +13,12 @@ using namespace testutil;
 namespace {
 
 // Records every value and cancels once the value reaches cancelAt.
-class ScriptedProgress : public Progress {
+class ScriptedProgress : public Progress
+{
 public:
-    explicit ScriptedProgress(int cancelAt = -1) : cancelAt(cancelAt) {}
+    explicit ScriptedProgress(int cancelAt = -1)
+        : cancelAt(cancelAt)
+    { }
     void setMaximum(int m) override { maximum = m; }
     void setValue(int v) override
     {
@@ -33,7 +36,8 @@ QStringList treeOf(const QString& root)
 {
     QStringList files;
     QDirIterator it(root, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
-    while (it.hasNext()) files << it.next().mid(root.size() + 1);
+    while (it.hasNext())
+        files << it.next().mid(root.size() + 1);
     files.sort();
     return files;
 }
@@ -47,12 +51,17 @@ int runCli(const QStringList& args, QString* out = nullptr)
     return p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
 }
 
-}  // namespace
+} // namespace
 
-class TestExtractor : public QObject {
+class TestExtractor : public QObject
+{
     Q_OBJECT
 private slots:
-    void init() { work.reset(new QTemporaryDir); QVERIFY(work->isValid()); }
+    void init()
+    {
+        work.reset(new QTemporaryDir);
+        QVERIFY(work->isValid());
+    }
     void generalRoundTrip_data();
     void generalRoundTrip();
     void textureArchive_data();
@@ -105,11 +114,12 @@ void TestExtractor::generalRoundTrip()
     QFETCH(int, pack);
     Ba2Builder b;
     b.version = version;
-    QMap<QString, QByteArray> files{{"meshes/a/b/c.nif", patternBytes(70000, 1)},
-                                    {"scripts/x.pex", patternBytes(3000, 2, false)},
-                                    {"root.txt", QByteArray("root file")},
-                                    {"empty.dat", QByteArray()}};
-    for (auto it = files.begin(); it != files.end(); ++it) b.addGeneral(it.key().toUtf8(), it.value(), Pack(pack));
+    QMap<QString, QByteArray> files {{"meshes/a/b/c.nif", patternBytes(70000, 1)},
+                                     {"scripts/x.pex", patternBytes(3000, 2, false)},
+                                     {"root.txt", QByteArray("root file")},
+                                     {"empty.dat", QByteArray()}};
+    for (auto it = files.begin(); it != files.end(); ++it)
+        b.addGeneral(it.key().toUtf8(), it.value(), Pack(pack));
     ArchiveReader r;
     NullProgress none;
     QVERIFY(r.open(archive(b), none));
@@ -117,7 +127,8 @@ void TestExtractor::generalRoundTrip()
     const ExtractResult result = extractArchive(r, target(), progress);
     QCOMPARE(result.status, int(ArchiveStatus::Complete));
     QCOMPARE(treeOf(work->filePath("out")), QStringList(files.keys()));
-    for (auto it = files.begin(); it != files.end(); ++it) QCOMPARE(readFile(target() + it.key()), it.value());
+    for (auto it = files.begin(); it != files.end(); ++it)
+        QCOMPARE(readFile(target() + it.key()), it.value());
     // One step per file before it, then 100 of 100 once complete.
     QCOMPARE(progress.values, QVector<int>({0, 1, 2, 3, 100}));
     QCOMPARE(progress.maximum, 100);
@@ -141,7 +152,8 @@ void TestExtractor::textureArchive()
     Ba2Builder b;
     b.version = version;
     b.texture = true;
-    const QByteArray c0 = patternBytes(1048576, 7), c1 = patternBytes(262144, 8), c2 = patternBytes(87408, 9);
+    const QByteArray c0 = patternBytes(1048576, 7), c1 = patternBytes(262144, 8),
+                     c2 = patternBytes(87408, 9);
     b.addTexture("textures/big.dds", 1024, 1024, 11, 98, {c0, c1, c2}, Pack(pack));
     const QByteArray small = patternBytes(16384, 10);
     b.addTexture("textures/small.dds", 256, 128, 1, 71, {small}, Pack(pack));
@@ -168,7 +180,7 @@ void TestExtractor::failures_data()
 {
     QTest::addColumn<QByteArray>("bytes");
     QTest::addColumn<int>("status");
-    QTest::addColumn<QStringList>("leftFiles");  // name=size after the failure
+    QTest::addColumn<QStringList>("leftFiles"); // name=size after the failure
 
     {
         Ba2Builder b;
@@ -176,51 +188,57 @@ void TestExtractor::failures_data()
         b.addGeneral("stored.txt", "fine");
         b.addGeneral("packed.bin", patternBytes(100, 1), Pack::Lz4);
         QTest::newRow("v3 general compressed") << b.build() << int(ArchiveStatus::DdsOrVer3General)
-                                               << QStringList{"packed.bin=0", "stored.txt=4"};
+                                               << QStringList {"packed.bin=0", "stored.txt=4"};
     }
     {
         Ba2Builder b;
         b.texture = true;
         b.addTexture("float.dds", 4, 4, 1, 2, {QByteArray(256, 'f')});
-        QTest::newRow("unknown texture format") << b.build() << int(ArchiveStatus::UnsupportedFormat)
-                                                << QStringList{"float.dds=0"};
+        QTest::newRow("unknown texture format")
+            << b.build() << int(ArchiveStatus::UnsupportedFormat) << QStringList {"float.dds=0"};
     }
     {
         Ba2Builder b;
         TestEntry& e = b.addGeneral("z.bin", patternBytes(5000, 3), Pack::Zlib);
         e.stored[e.stored.size() / 2] = char(e.stored[e.stored.size() / 2] ^ 0x55);
         e.stored[e.stored.size() / 2 + 1] = char(e.stored[e.stored.size() / 2 + 1] ^ 0x55);
-        QTest::newRow("corrupt zlib") << b.build() << int(ArchiveStatus::ZlibError) << QStringList{"z.bin=0"};
+        QTest::newRow("corrupt zlib")
+            << b.build() << int(ArchiveStatus::ZlibError) << QStringList {"z.bin=0"};
     }
     {
         Ba2Builder b;
         TestEntry& e = b.addGeneral("z.bin", patternBytes(5000, 3), Pack::Zlib);
         e.unpackedSize += 1;
-        QTest::newRow("zlib size too large") << b.build() << int(ArchiveStatus::ZlibError) << QStringList{"z.bin=0"};
+        QTest::newRow("zlib size too large")
+            << b.build() << int(ArchiveStatus::ZlibError) << QStringList {"z.bin=0"};
         e.unpackedSize -= 2;
-        QTest::newRow("zlib size too small") << b.build() << int(ArchiveStatus::ZlibError) << QStringList{"z.bin=0"};
+        QTest::newRow("zlib size too small")
+            << b.build() << int(ArchiveStatus::ZlibError) << QStringList {"z.bin=0"};
     }
     {
         Ba2Builder b;
         b.version = 3;
         b.texture = true;
-        TestEntry& e = b.addTexture("t.dds", 8, 8, 1, 71, {patternBytes(32, 4), patternBytes(64, 5)}, Pack::Lz4);
+        TestEntry& e = b.addTexture("t.dds", 8, 8, 1, 71,
+                                    {patternBytes(32, 4), patternBytes(64, 5)}, Pack::Lz4);
         e.chunks[1].unpackedSize = 63;
-        QTest::newRow("lz4 wrong size") << b.build() << int(ArchiveStatus::Lz4Error) << QStringList{"t.dds=160"};
+        QTest::newRow("lz4 wrong size")
+            << b.build() << int(ArchiveStatus::Lz4Error) << QStringList {"t.dds=160"};
     }
     {
         Ba2Builder b;
         b.addGeneral("ok.txt", "ok");
         TestEntry& e = b.addGeneral("huge.bin", "tiny");
-        e.unpackedSize = 0x7FFFFFFF;  // stored data said to run far past the end of the file
+        e.unpackedSize = 0x7FFFFFFF; // stored data said to run far past the end of the file
         QTest::newRow("stored past end") << b.build() << int(ArchiveStatus::FileReadError)
-                                         << QStringList{"huge.bin=0", "ok.txt=2"};
+                                         << QStringList {"huge.bin=0", "ok.txt=2"};
     }
     {
         Ba2Builder b;
         TestEntry& e = b.addGeneral("bomb.bin", patternBytes(100, 6), Pack::Zlib);
-        e.unpackedSize = 0xFFFFFFF0;  // a size no stream of this length can produce
-        QTest::newRow("zlib claims 4 GiB") << b.build() << int(ArchiveStatus::ZlibError) << QStringList{"bomb.bin=0"};
+        e.unpackedSize = 0xFFFFFFF0; // a size no stream of this length can produce
+        QTest::newRow("zlib claims 4 GiB")
+            << b.build() << int(ArchiveStatus::ZlibError) << QStringList {"bomb.bin=0"};
     }
 }
 
@@ -238,7 +256,8 @@ void TestExtractor::failures()
     QCOMPARE(result.status, status);
     QVERIFY(!result.failedName.isEmpty());
     QStringList left;
-    for (const QString& f : treeOf(work->filePath("out"))) left << QStringLiteral("%1=%2").arg(f).arg(QFileInfo(target() + f).size());
+    for (const QString& f : treeOf(work->filePath("out")))
+        left << QStringLiteral("%1=%2").arg(f).arg(QFileInfo(target() + f).size());
     QCOMPARE(left, leftFiles);
     QString fault;
     QVERIFY(!verifyArchive(r, fault));
@@ -248,7 +267,8 @@ void TestExtractor::failures()
 void TestExtractor::cancelLeavesEarlierFiles()
 {
     Ba2Builder b;
-    for (int i = 0; i < 5; ++i) b.addGeneral(QByteArray("f") + QByteArray::number(i), "data", Pack::Zlib);
+    for (int i = 0; i < 5; ++i)
+        b.addGeneral(QByteArray("f") + QByteArray::number(i), "data", Pack::Zlib);
     ArchiveReader r;
     NullProgress none;
     QVERIFY(r.open(archive(b), none));
@@ -292,8 +312,10 @@ void TestExtractor::escapingNamesRefused()
     // Only the safe first file exists anywhere in the work area besides the archive.
     QStringList all = treeOf(work->path());
     all.removeAll("a.ba2");
-    QCOMPARE(all, QStringList{"deep/er/out/first.txt"});
-    QVERIFY(!QFile::exists("/tmp/escape.txt") || QFileInfo("/tmp/escape.txt").lastModified().secsTo(QDateTime::currentDateTime()) > 60);
+    QCOMPARE(all, QStringList {"deep/er/out/first.txt"});
+    QVERIFY(!QFile::exists("/tmp/escape.txt")
+            || QFileInfo("/tmp/escape.txt").lastModified().secsTo(QDateTime::currentDateTime())
+                > 60);
 }
 
 void TestExtractor::overwritesAndDeepFolders()
@@ -315,7 +337,8 @@ void TestExtractor::overwritesAndDeepFolders()
     QDir().mkpath(target() + "blocked");
     QCOMPARE(extractArchive(rr, target(), none).status, int(ArchiveStatus::FileOpenError));
     // A missing target folder.
-    QCOMPARE(extractArchive(rr, work->filePath("missing/"), none).status, int(ArchiveStatus::SystemError));
+    QCOMPARE(extractArchive(rr, work->filePath("missing/"), none).status,
+             int(ArchiveStatus::SystemError));
 }
 
 void TestExtractor::outcomeTexts_data()
@@ -357,7 +380,8 @@ void TestExtractor::realSamples()
     QVERIFY2(verifyArchive(r, fault), qPrintable(fault));
     QCOMPARE(extractArchive(r, target(), none).status, int(ArchiveStatus::Complete));
     QStringList names;
-    for (uint32_t i = 0; i < r.fileCount; ++i) names << r.nameOf(i);
+    for (uint32_t i = 0; i < r.fileCount; ++i)
+        names << r.nameOf(i);
     names.sort();
     QCOMPARE(treeOf(work->filePath("out")), names);
     if (file == "Blank - Main.ba2") {
@@ -409,40 +433,51 @@ void TestExtractor::cliExtractAndVerify()
 void TestExtractor::parallelMatchesOneThread_data()
 {
     QTest::addColumn<bool>("texture");
-    QTest::addColumn<int>("breakAt");   // file whose data is corrupted, -1 for none
-    QTest::addColumn<int>("cancelAt");  // file before which Cancel is seen, -1 for none
-    QTest::addColumn<bool>("earlierTree");  // the target already holds every name, with other bytes
-    QTest::addColumn<int>("renameAt");      // file given newName instead of its own, -1 for none
+    QTest::addColumn<int>("breakAt");      // file whose data is corrupted, -1 for none
+    QTest::addColumn<int>("cancelAt");     // file before which Cancel is seen, -1 for none
+    QTest::addColumn<bool>("earlierTree"); // the target already holds every name, with other bytes
+    QTest::addColumn<int>("renameAt");     // file given newName instead of its own, -1 for none
     QTest::addColumn<QByteArray>("newName");
     QTest::newRow("general clean") << false << -1 << -1 << false << -1 << QByteArray();
     QTest::newRow("general failure midway") << false << 37 << -1 << false << -1 << QByteArray();
-    QTest::newRow("general failure at the start") << false << 1 << -1 << false << -1 << QByteArray();
+    QTest::newRow("general failure at the start")
+        << false << 1 << -1 << false << -1 << QByteArray();
     QTest::newRow("general cancel midway") << false << -1 << 23 << false << -1 << QByteArray();
     QTest::newRow("texture clean") << true << -1 << -1 << false << -1 << QByteArray();
     QTest::newRow("texture failure midway") << true << 11 << -1 << false << -1 << QByteArray();
     QTest::newRow("texture cancel midway") << true << -1 << 40 << false << -1 << QByteArray();
     // Files that exist are only overwritten once everything before them went in.
-    QTest::newRow("general failure over an earlier tree") << false << 37 << -1 << true << -1 << QByteArray();
-    QTest::newRow("texture failure over an earlier tree") << true << 11 << -1 << true << -1 << QByteArray();
-    QTest::newRow("general clean over an earlier tree") << false << -1 << -1 << true << -1 << QByteArray();
+    QTest::newRow("general failure over an earlier tree")
+        << false << 37 << -1 << true << -1 << QByteArray();
+    QTest::newRow("texture failure over an earlier tree")
+        << true << 11 << -1 << true << -1 << QByteArray();
+    QTest::newRow("general clean over an earlier tree")
+        << false << -1 << -1 << true << -1 << QByteArray();
     // The later of two files with one name wins, as it does when written in order.
-    QTest::newRow("a name used twice") << false << -1 << -1 << false << 50 << QByteArray("dir3/f10");
-    QTest::newRow("a name used twice, failure between") << false << 31 << -1 << false << 50 << QByteArray("dir3/f10");
+    QTest::newRow("a name used twice")
+        << false << -1 << -1 << false << 50 << QByteArray("dir3/f10");
+    QTest::newRow("a name used twice, failure between")
+        << false << 31 << -1 << false << 50 << QByteArray("dir3/f10");
     // A file where an earlier file made a folder stops at that file.
-    QTest::newRow("a file named like a folder") << false << -1 << -1 << false << 20 << QByteArray("dir6");
-    QTest::newRow("a folder named like a file") << true << -1 << -1 << false << 20 << QByteArray("dir6/f6.dds/x.dds");
+    QTest::newRow("a file named like a folder")
+        << false << -1 << -1 << false << 20 << QByteArray("dir6");
+    QTest::newRow("a folder named like a file")
+        << true << -1 << -1 << false << 20 << QByteArray("dir6/f6.dds/x.dds");
 }
 
 // Files with their bytes and folders (with a trailing '/') below root.
 static QMap<QString, QByteArray> contentsOf(const QString& root)
 {
     QMap<QString, QByteArray> tree;
-    QDirIterator it(root, QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden, QDirIterator::Subdirectories);
+    QDirIterator it(root, QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden,
+                    QDirIterator::Subdirectories);
     while (it.hasNext()) {
         const QString path = it.next();
         const QString relative = path.mid(root.size() + 1);
-        if (it.fileInfo().isDir()) tree[relative + "/"] = QByteArray();
-        else tree[relative] = readFile(path);
+        if (it.fileInfo().isDir())
+            tree[relative + "/"] = QByteArray();
+        else
+            tree[relative] = readFile(path);
     }
     return tree;
 }
@@ -464,12 +499,15 @@ void TestExtractor::parallelMatchesOneThread()
         if (texture) {
             // Blocks big enough that decoding goes to the worker threads.
             TestEntry& e = b.addTexture(name + ".dds", 64, 64, 3, 71,
-                                        {patternBytes(20000 + i, uint32_t(i), false), patternBytes(17000, uint32_t(i) + 100, false)},
+                                        {patternBytes(20000 + i, uint32_t(i), false),
+                                         patternBytes(17000, uint32_t(i) + 100, false)},
                                         Pack::Lz4);
-            if (i == breakAt) e.chunks[0].unpackedSize += 3;  // the part after it decodes well
+            if (i == breakAt) e.chunks[0].unpackedSize += 3; // the part after it decodes well
         } else {
-            TestEntry& e = b.addGeneral(name, patternBytes(17000 + 97 * i, uint32_t(i), false), i % 10 ? Pack::Zlib : Pack::Stored);
-            if (i == breakAt) e.stored[e.stored.size() - 2] = char(e.stored[e.stored.size() - 2] ^ 0x20);
+            TestEntry& e = b.addGeneral(name, patternBytes(17000 + 97 * i, uint32_t(i), false),
+                                        i % 10 ? Pack::Zlib : Pack::Stored);
+            if (i == breakAt)
+                e.stored[e.stored.size() - 2] = char(e.stored[e.stored.size() - 2] ^ 0x20);
         }
     }
     ArchiveReader r;
@@ -491,10 +529,11 @@ void TestExtractor::parallelMatchesOneThread()
     QCOMPARE(results[1].failedName, results[0].failedName);
     QCOMPARE(trees[1].keys(), trees[0].keys());
     QCOMPARE(trees[1], trees[0]);
-    const int expected = breakAt >= 0 ? int(texture ? ArchiveStatus::Lz4Error : ArchiveStatus::ZlibError)
-                         : cancelAt >= 0 ? int(ArchiveStatus::Aborted)
-                         : newName.startsWith("dir6") ? int(ArchiveStatus::FileOpenError)
-                                                      : int(ArchiveStatus::Complete);
+    const int expected = breakAt >= 0
+        ? int(texture ? ArchiveStatus::Lz4Error : ArchiveStatus::ZlibError)
+        : cancelAt >= 0              ? int(ArchiveStatus::Aborted)
+        : newName.startsWith("dir6") ? int(ArchiveStatus::FileOpenError)
+                                     : int(ArchiveStatus::Complete);
     QCOMPARE(results[0].status, expected);
     QString fault1, fault3;
     QCOMPARE(verifyArchive(r, fault3, 3), verifyArchive(r, fault1, 1));

@@ -7,10 +7,12 @@
 // The name hash is a CRC-32 without the usual inversions; zlib's crc32 is the reference.
 static uint32_t refHash(const QByteArray& b)
 {
-    return ~uint32_t(crc32(0xFFFFFFFFul, reinterpret_cast<const Bytef*>(b.constData()), uInt(b.size())));
+    return ~uint32_t(
+        crc32(0xFFFFFFFFul, reinterpret_cast<const Bytef*>(b.constData()), uInt(b.size())));
 }
 
-class TestFormat : public QObject {
+class TestFormat : public QObject
+{
     Q_OBJECT
 private slots:
     // The common CRC-32 of "123456789" is 0xCBF43926; without the inversions it is 0x2DFD2D88.
@@ -23,7 +25,7 @@ void TestFormat::nameHash_data()
 {
     QTest::addColumn<QByteArray>("input");
     QTest::addColumn<bool>("directoryMode");
-    QTest::addColumn<int>("components");  // -1: left alone
+    QTest::addColumn<int>("components"); // -1: left alone
     QTest::addColumn<bool>("ready");
     QTest::newRow("empty") << QByteArray() << false << -1 << true;
     QTest::newRow("digits") << QByteArray("123456789") << false << -1 << true;
@@ -44,8 +46,10 @@ void TestFormat::nameHash()
     NameHashTable table;
     table.nameHashReady = ready;
     uint8_t count = 99;
-    const uint32_t expected = ready ? refHash(directoryMode ? QByteArray(input).replace('/', '\\') : input) : 0;
-    QCOMPARE(NameHash(table, input.constData(), size_t(input.size()), directoryMode, &count), expected);
+    const uint32_t expected
+        = ready ? refHash(directoryMode ? QByteArray(input).replace('/', '\\') : input) : 0;
+    QCOMPARE(NameHash(table, input.constData(), size_t(input.size()), directoryMode, &count),
+             expected);
     QCOMPARE(int(count), components == -1 ? 99 : components);
 }
 

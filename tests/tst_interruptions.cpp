@@ -18,7 +18,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-
 extern char** environ;
 
 #ifndef __has_feature
@@ -34,10 +33,11 @@ namespace {
 
 const QString kCli = QStringLiteral(ZARNEL_CLI_PATH);
 
-struct Run {
-    int exitCode = -1;  // -1 when a signal ended it
+struct Run
+{
+    int exitCode = -1; // -1 when a signal ended it
     QString out, err;
-    long peakKib = 0;   // peak resident size of this one child
+    long peakKib = 0; // peak resident size of this one child
 };
 
 // Runs zarnel-cli, under prlimit when a limit such as "--fsize=N" is given. Output goes
@@ -46,11 +46,14 @@ Run runCli(const QStringList& args, const QString& limit = QString())
 {
     QList<QByteArray> bytes;
     if (!limit.isEmpty())
-        bytes << QFile::encodeName(QStandardPaths::findExecutable("prlimit")) << limit.toUtf8() << "--";
+        bytes << QFile::encodeName(QStandardPaths::findExecutable("prlimit")) << limit.toUtf8()
+              << "--";
     bytes << QFile::encodeName(kCli);
-    for (const QString& a : args) bytes << QFile::encodeName(a);
+    for (const QString& a : args)
+        bytes << QFile::encodeName(a);
     std::vector<char*> argv;
-    for (QByteArray& b : bytes) argv.push_back(b.data());
+    for (QByteArray& b : bytes)
+        argv.push_back(b.data());
     argv.push_back(nullptr);
     int out[2], err[2];
     if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) return Run();
@@ -67,7 +70,8 @@ Run runCli(const QStringList& args, const QString& limit = QString())
     Run r;
     int status = 0;
     struct rusage usage = {};
-    if (started && wait4(pid, &status, 0, &usage) == pid && WIFEXITED(status)) r.exitCode = WEXITSTATUS(status);
+    if (started && wait4(pid, &status, 0, &usage) == pid && WIFEXITED(status))
+        r.exitCode = WEXITSTATUS(status);
     r.peakKib = usage.ru_maxrss;
     for (int fd : {out[0], err[0]}) {
         QFile pipe;
@@ -81,7 +85,8 @@ QStringList treeOf(const QString& root)
 {
     QStringList files;
     QDirIterator it(root, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
-    while (it.hasNext()) files << it.next().mid(root.size() + 1);
+    while (it.hasNext())
+        files << it.next().mid(root.size() + 1);
     files.sort();
     return files;
 }
@@ -90,18 +95,21 @@ QStringList treeOf(const QString& root)
 qint64 storedArchiveSize(const QMap<QString, int>& files)
 {
     qint64 size = 24;
-    for (auto it = files.begin(); it != files.end(); ++it) size += 36 + it.value() + 2 + it.key().toUtf8().size();
+    for (auto it = files.begin(); it != files.end(); ++it)
+        size += 36 + it.value() + 2 + it.key().toUtf8().size();
     return size;
 }
 
-}  // namespace
+} // namespace
 
-class TestInterruptions : public QObject {
+class TestInterruptions : public QObject
+{
     Q_OBJECT
 private slots:
     void initTestCase()
     {
-        if (QStandardPaths::findExecutable(QStringLiteral("prlimit")).isEmpty()) QSKIP("prlimit (util-linux) missing");
+        if (QStandardPaths::findExecutable(QStringLiteral("prlimit")).isEmpty())
+            QSKIP("prlimit (util-linux) missing");
     }
     void init()
     {
@@ -125,8 +133,9 @@ private:
 void TestInterruptions::createIntoFullDisk_data()
 {
     QTest::addColumn<QStringList>("options");
-    QTest::addColumn<QString>("room");  // where the limit falls in the complete archive
-    const QStringList stored{"--version", "1", "--zlib", "0"}, zlib{"--version", "2", "--zlib", "9"};
+    QTest::addColumn<QString>("room"); // where the limit falls in the complete archive
+    const QStringList stored {"--version", "1", "--zlib", "0"},
+        zlib {"--version", "2", "--zlib", "9"};
     QTest::newRow("stored, no room for the header") << stored << "header";
     QTest::newRow("stored, full in the data") << stored << "data";
     QTest::newRow("stored, full in the name table") << stored << "names";
@@ -141,27 +150,32 @@ void TestInterruptions::createIntoFullDisk()
 {
     QFETCH(QStringList, options);
     QFETCH(QString, room);
-    const QMap<QString, int> files{{"d/a.bin", 70000}, {"d/b.bin", 50000}, {"d/c/e.bin", 90000}};
+    const QMap<QString, int> files {{"d/a.bin", 70000}, {"d/b.bin", 50000}, {"d/c/e.bin", 90000}};
     const bool storedV1 = options.join(' ') == "--version 1 --zlib 0";
     uint32_t seed = 1;
     for (auto it = files.begin(); it != files.end(); ++it)
         QVERIFY(writeFile(dir + "/in/D/" + it.key().mid(2), patternBytes(it.value(), seed++)));
-    options << "--format" << "general";
+    options << "--format"
+            << "general";
 
     // The complete archive, written without a limit, gives the size to starve.
-    const QStringList create = QStringList{"create"} + options + QStringList{"-o"};
-    const Run reference = runCli(create + QStringList{dir + "/ref.ba2", dir + "/in/D"});
+    const QStringList create = QStringList {"create"} + options + QStringList {"-o"};
+    const Run reference = runCli(create + QStringList {dir + "/ref.ba2", dir + "/in/D"});
     QCOMPARE(reference.exitCode, 0);
     const QByteArray complete = readFile(dir + "/ref.ba2");
     if (storedV1) QCOMPARE(qint64(complete.size()), storedArchiveSize(files));
     const qint64 size = complete.size();
-    const qint64 limit = room == "header" ? 10 : room == "data" ? size / 2 : room == "names" ? size - 5
-                         : room == "short" ? size - 1 : size;
+    const qint64 limit = room == "header" ? 10
+        : room == "data"                  ? size / 2
+        : room == "names"                 ? size - 5
+        : room == "short"                 ? size - 1
+                                          : size;
 
     const QString target = dir + "/out/old.ba2";
     const QByteArray old = patternBytes(4096, 77, false);
     QVERIFY(writeFile(target, old));
-    const Run r = runCli(create + QStringList{target, dir + "/in/D"}, QStringLiteral("--fsize=%1").arg(limit));
+    const Run r = runCli(create + QStringList {target, dir + "/in/D"},
+                         QStringLiteral("--fsize=%1").arg(limit));
     if (room == "exact") {
         QCOMPARE(r.out, QStringLiteral("Complete.\n"));
         QCOMPARE(r.exitCode, 0);
@@ -172,7 +186,7 @@ void TestInterruptions::createIntoFullDisk()
         QVERIFY2(r.err.contains(target + ".Zarneler"), qPrintable(r.err));
         QCOMPARE(readFile(target), old);
     }
-    QCOMPARE(treeOf(dir + "/out"), QStringList{"old.ba2"});
+    QCOMPARE(treeOf(dir + "/out"), QStringList {"old.ba2"});
 }
 
 void TestInterruptions::createKilledHalfway()
@@ -180,13 +194,16 @@ void TestInterruptions::createKilledHalfway()
     // 128 MiB at zlib level 9 takes many seconds; the kill lands after the first few files.
     const int fileCount = 32, fileSize = 4 << 20;
     for (int i = 0; i < fileCount; ++i)
-        QVERIFY(writeFile(dir + QStringLiteral("/big/f%1.bin").arg(i, 2, 10, QChar('0')), patternBytes(fileSize, i)));
+        QVERIFY(writeFile(dir + QStringLiteral("/big/f%1.bin").arg(i, 2, 10, QChar('0')),
+                          patternBytes(fileSize, i)));
     const QString target = dir + "/out/keep.ba2", temp = target + ".Zarneler";
     const QByteArray old = patternBytes(100000, 5, false);
     QVERIFY(writeFile(target, old));
 
     QProcess cli;
-    cli.start(kCli, {"create", "--format", "general", "--version", "1", "--zlib", "9", "-o", target, dir + "/big"});
+    cli.start(kCli,
+              {"create", "--format", "general", "--version", "1", "--zlib", "9", "-o", target,
+               dir + "/big"});
     QVERIFY(cli.waitForStarted());
     qint64 firstSeen = -1, grownTo = -1;
     QElapsedTimer clock;
@@ -195,8 +212,10 @@ void TestInterruptions::createKilledHalfway()
         cli.waitForFinished(20);
         const QFileInfo info(temp);
         if (!info.exists() || info.size() == 0) continue;
-        if (firstSeen < 0) firstSeen = info.size();
-        else if (info.size() > firstSeen) grownTo = info.size();
+        if (firstSeen < 0)
+            firstSeen = info.size();
+        else if (info.size() > firstSeen)
+            grownTo = info.size();
     }
     QVERIFY2(grownTo > 0, "the temporary archive was never seen growing");
     QCOMPARE(cli.state(), QProcess::Running);
@@ -204,17 +223,17 @@ void TestInterruptions::createKilledHalfway()
     QVERIFY(cli.waitForFinished(30000));
     QCOMPARE(cli.exitStatus(), QProcess::CrashExit);
     QCOMPARE(readFile(target), old);
-    QVERIFY(QFileInfo(temp).size() >= grownTo);  // nothing cleans up after SIGKILL
+    QVERIFY(QFileInfo(temp).size() >= grownTo); // nothing cleans up after SIGKILL
 
     // The next run throws the leftover away and completes; a stale tail would change the size.
-    const QMap<QString, int> files{{"s/x.txt", 3000}, {"s/y.txt", 17}};
+    const QMap<QString, int> files {{"s/x.txt", 3000}, {"s/y.txt", 17}};
     for (auto it = files.begin(); it != files.end(); ++it)
         QVERIFY(writeFile(dir + "/small/S/" + it.key().mid(2), patternBytes(it.value(), 9)));
-    const Run r = runCli({"create", "--format", "general", "--version", "1", "--zlib", "0", "-o", target,
-                          dir + "/small/S"});
+    const Run r = runCli({"create", "--format", "general", "--version", "1", "--zlib", "0", "-o",
+                          target, dir + "/small/S"});
     QCOMPARE(r.out, QStringLiteral("Complete.\n"));
     QCOMPARE(r.exitCode, 0);
-    QCOMPARE(treeOf(dir + "/out"), QStringList{"keep.ba2"});
+    QCOMPARE(treeOf(dir + "/out"), QStringList {"keep.ba2"});
     QCOMPARE(QFileInfo(target).size(), storedArchiveSize(files));
     QCOMPARE(runCli({"list", target}).out, QStringLiteral("s/x.txt\ns/y.txt\n"));
     QCOMPARE(runCli({"verify", target}).out, QStringLiteral("OK\n"));
@@ -222,9 +241,9 @@ void TestInterruptions::createKilledHalfway()
 
 void TestInterruptions::extractIntoFullDisk_data()
 {
-    QTest::addColumn<int>("kind");      // 0 stored, 1 zlib (version 1), 2 LZ4 texture (version 3)
+    QTest::addColumn<int>("kind"); // 0 stored, 1 zlib (version 1), 2 LZ4 texture (version 3)
     QTest::addColumn<qint64>("limit");
-    QTest::addColumn<int>("failing");   // index of the first file that cannot be written whole
+    QTest::addColumn<int>("failing"); // index of the first file that cannot be written whole
     QTest::addColumn<int>("jobs");
     // With worker threads, later files are opened before earlier ones are written; the disk
     // must still end up as when writing one file after the other.
@@ -245,35 +264,39 @@ void TestInterruptions::extractIntoFullDisk()
     QFETCH(qint64, limit);
     QFETCH(int, failing);
     QFETCH(int, jobs);
-    const QStringList names{"a/one.bin", "a/two.bin", "b/c/big.bin", "d/after.bin"};
-    const QVector<int> sizes{20000, 30000, 250000, 100};
-    const int headerLength = kind == 2 ? 148 : 0;  // DX10 header of a BC7 texture
+    const QStringList names {"a/one.bin", "a/two.bin", "b/c/big.bin", "d/after.bin"};
+    const QVector<int> sizes {20000, 30000, 250000, 100};
+    const int headerLength = kind == 2 ? 148 : 0; // DX10 header of a BC7 texture
     Ba2Builder builder;
     builder.texture = kind == 2;
     builder.version = kind == 2 ? 3 : 1;
     QVector<QByteArray> contents;
     for (int i = 0; i < names.size(); ++i) {
-        contents << patternBytes(sizes[i], uint32_t(i + 11), false);  // large blocks go to the workers
-        if (kind == 2) {  // two chunks, as a mip chain split in two would give
+        contents << patternBytes(sizes[i], uint32_t(i + 11),
+                                 false); // large blocks go to the workers
+        if (kind == 2) {                 // two chunks, as a mip chain split in two would give
             const QByteArray& c = contents.last();
-            builder.addTexture(names[i].toUtf8(), 64, 64, 2, 98, {c.left(c.size() / 2), c.mid(c.size() / 2)},
-                               Pack::Lz4);
+            builder.addTexture(names[i].toUtf8(), 64, 64, 2, 98,
+                               {c.left(c.size() / 2), c.mid(c.size() / 2)}, Pack::Lz4);
         } else {
-            builder.addGeneral(names[i].toUtf8(), contents.last(), kind == 1 ? Pack::Zlib : Pack::Stored);
+            builder.addGeneral(names[i].toUtf8(), contents.last(),
+                               kind == 1 ? Pack::Zlib : Pack::Stored);
         }
     }
     QVERIFY(writeFile(dir + "/a.ba2", builder.build()));
     QVERIFY(QDir().mkpath(dir + "/out/T"));
 
-    const Run r = runCli({"--jobs", QString::number(jobs), "extract", dir + "/a.ba2", dir + "/out/T"},
-                         QStringLiteral("--fsize=%1").arg(limit));
+    const Run r
+        = runCli({"--jobs", QString::number(jobs), "extract", dir + "/a.ba2", dir + "/out/T"},
+                 QStringLiteral("--fsize=%1").arg(limit));
     QCOMPARE(r.out, QStringLiteral("File Write Error.\n"));
     QCOMPARE(r.exitCode, 1);
     QVERIFY2(r.err.contains(names[failing]), qPrintable(r.err));
     // Earlier files whole, the failing one cut at the limit, later ones never begun, and
     // nothing beside the target folder.
     QStringList expected;
-    for (int i = 0; i <= failing; ++i) expected << "T/" + names[i];
+    for (int i = 0; i <= failing; ++i)
+        expected << "T/" + names[i];
     expected.sort();
     QCOMPARE(treeOf(dir + "/out"), expected);
     for (int i = 0; i <= failing; ++i) {
@@ -292,17 +315,33 @@ void TestInterruptions::shortOfMemory_data()
     QTest::addColumn<QString>("command");
     QTest::addColumn<QString>("limit");
     QTest::addColumn<QString>("out");
-    QTest::addColumn<QString>("err");  // @ stands for the archive
+    QTest::addColumn<QString>("err"); // @ stands for the archive
     // A few megabytes whose record claims 4 GiB: refused by the decoder, not paid for in memory.
-    QTest::newRow("zlib stream claiming 4 GiB") << "zlib" << "verify" << "" << "f.bin: Decompress(zlib) Error.\n" << "";
-    QTest::newRow("LZ4 chunk claiming 4 GiB") << "lz4" << "verify" << "" << "t.dds: chunk 0: Decompress(LZ4) Error.\n"
+    QTest::newRow("zlib stream claiming 4 GiB") << "zlib"
+                                                << "verify"
+                                                << ""
+                                                << "f.bin: Decompress(zlib) Error.\n"
+                                                << "";
+    QTest::newRow("LZ4 chunk claiming 4 GiB") << "lz4"
+                                              << "verify"
+                                              << ""
+                                              << "t.dds: chunk 0: Decompress(LZ4) Error.\n"
                                               << "";
-    QTest::newRow("zlib, extracting") << "zlib" << "extract" << "" << "Decompress(zlib) Error.\n"
+    QTest::newRow("zlib, extracting") << "zlib"
+                                      << "extract"
+                                      << ""
+                                      << "Decompress(zlib) Error.\n"
                                       << "zarnel-cli: failed at: f.bin\n";
     // A sparse file takes no disk space but may claim a record table larger than memory.
     const QString refused = "zarnel-cli: @: not enough memory for the record or name table\n";
-    QTest::newRow("sparse general records") << "general" << "info" << "--as=1073741824" << "" << refused;
-    QTest::newRow("sparse texture records") << "texture" << "list" << "--as=1073741824" << "" << refused;
+    QTest::newRow("sparse general records") << "general"
+                                            << "info"
+                                            << "--as=1073741824"
+                                            << "" << refused;
+    QTest::newRow("sparse texture records") << "texture"
+                                            << "list"
+                                            << "--as=1073741824"
+                                            << "" << refused;
 }
 
 void TestInterruptions::shortOfMemory()
@@ -320,9 +359,10 @@ void TestInterruptions::shortOfMemory()
         Ba2Builder builder;
         builder.texture = kind == "lz4";
         builder.version = builder.texture ? 3 : 1;
-        const int packed = builder.texture ? 16900000 : 4200000;  // just past 4 GiB / 255 and / 1032
-        TestEntry& e = builder.texture ? builder.addTexture("t.dds", 64, 64, 1, 98, {QByteArray(packed, '\0')})
-                                       : builder.addGeneral("f.bin", QByteArray(packed, '\0'));
+        const int packed = builder.texture ? 16900000 : 4200000; // just past 4 GiB / 255 and / 1032
+        TestEntry& e = builder.texture
+            ? builder.addTexture("t.dds", 64, 64, 1, 98, {QByteArray(packed, '\0')})
+            : builder.addGeneral("f.bin", QByteArray(packed, '\0'));
         (builder.texture ? e.chunks[0].packedSize : e.packedSize) = uint32_t(packed);
         (builder.texture ? e.chunks[0].unpackedSize : e.unpackedSize) = 0xFFFFFFFF;
         QVERIFY(writeFile(archive, builder.build()));
@@ -331,14 +371,16 @@ void TestInterruptions::shortOfMemory()
         const qint64 count = (size - 24) / (recordSize + 2);
         QByteArray header("BTDX\x01\0\0\0", 8);
         header += kind == "general" ? "GNRL" : "DX10";
-        for (int i = 0; i < 4; ++i) header += char(count >> (8 * i));
-        for (int i = 0; i < 8; ++i) header += char((size - 2 * count) >> (8 * i));
+        for (int i = 0; i < 4; ++i)
+            header += char(count >> (8 * i));
+        for (int i = 0; i < 8; ++i)
+            header += char((size - 2 * count) >> (8 * i));
         QVERIFY(writeFile(archive, header));
         QFile f(archive);
         if (!f.open(QIODevice::ReadWrite) || !f.resize(size)) QSKIP("no sparse files here");
     }
     QVERIFY(QDir().mkpath(dir + "/out"));
-    QStringList args{"-j", "1", command, archive};
+    QStringList args {"-j", "1", command, archive};
     if (command == "extract") args << dir + "/out";
     const Run r = runCli(args, limit);
     QCOMPARE(r.exitCode, 1);

@@ -19,7 +19,8 @@ Q_DECLARE_METATYPE(Ba2Builder)
 
 namespace {
 
-struct Field {
+struct Field
+{
     int offset, width;
     const char* what;
 };
@@ -28,24 +29,33 @@ struct Field {
 QVector<Field> fieldsOf(const Ba2Builder& b)
 {
     const int header = b.version == 3 ? 36 : b.version == 2 ? 32 : 24;
-    QVector<Field> fields{{4, 4, "version"},          {8, 4, "type"},         {12, 4, "fileCount"},
-                          {16, 8, "nameTableOffset"}, {24, 8, "headerExtra"}, {32, 4, "compressionCode"}};
+    QVector<Field> fields {{4, 4, "version"},      {8, 4, "type"},
+                           {12, 4, "fileCount"},   {16, 8, "nameTableOffset"},
+                           {24, 8, "headerExtra"}, {32, 4, "compressionCode"}};
     fields.resize(header == 24 ? 4 : header == 32 ? 5 : 6);
-    static const QVector<Field> general{{0, 4, "nameHash"},    {12, 4, "flags"},       {16, 8, "dataOffset"},
-                                        {24, 4, "packedSize"}, {28, 4, "unpackedSize"}};
-    static const QVector<Field> texture{{13, 1, "chunkCount"}, {14, 2, "chunkRecordSize"}, {16, 2, "height"},
-                                        {18, 2, "width"},      {20, 1, "mipCount"},        {21, 1, "format"},
-                                        {22, 2, "textureFlags"}};
-    static const QVector<Field> chunk{{0, 8, "chunk dataOffset"}, {8, 4, "chunk packedSize"},
-                                      {12, 4, "chunk unpackedSize"}, {16, 2, "firstMip"}, {18, 2, "lastMip"}};
+    static const QVector<Field> general {{0, 4, "nameHash"},
+                                         {12, 4, "flags"},
+                                         {16, 8, "dataOffset"},
+                                         {24, 4, "packedSize"},
+                                         {28, 4, "unpackedSize"}};
+    static const QVector<Field> texture {
+        {13, 1, "chunkCount"}, {14, 2, "chunkRecordSize"}, {16, 2, "height"},      {18, 2, "width"},
+        {20, 1, "mipCount"},   {21, 1, "format"},          {22, 2, "textureFlags"}};
+    static const QVector<Field> chunk {{0, 8, "chunk dataOffset"},
+                                       {8, 4, "chunk packedSize"},
+                                       {12, 4, "chunk unpackedSize"},
+                                       {16, 2, "firstMip"},
+                                       {18, 2, "lastMip"}};
     int pos = header;
     const auto add = [&](const QVector<Field>& record, int size) {
-        for (const Field& f : record) fields.append({pos + f.offset, f.width, f.what});
+        for (const Field& f : record)
+            fields.append({pos + f.offset, f.width, f.what});
         pos += size;
     };
     for (const TestEntry& e : b.entries) {
         add(b.texture ? texture : general, b.texture ? 24 : 36);
-        for (int c = 0; c < e.chunks.size(); ++c) add(chunk, 24);
+        for (int c = 0; c < e.chunks.size(); ++c)
+            add(chunk, 24);
     }
     return fields;
 }
@@ -57,9 +67,10 @@ long maxResidentKiB()
     return u.ru_maxrss;
 }
 
-}  // namespace
+} // namespace
 
-class TestMalformed : public QObject {
+class TestMalformed : public QObject
+{
     Q_OBJECT
 private slots:
     void initTestCase() { QVERIFY(work.isValid()); }
@@ -81,7 +92,8 @@ void TestMalformed::check(const QByteArray& bytes, const QString& label)
 {
     ++cases;
     status = -1;
-    const QString sandbox = work.filePath("sandbox"), target = sandbox + "/inner/target/", path = sandbox + "/case.ba2";
+    const QString sandbox = work.filePath("sandbox"), target = sandbox + "/inner/target/",
+                  path = sandbox + "/case.ba2";
     QVERIFY(writeFile(path, bytes));
     ArchiveReader reader;
     NullProgress none;
@@ -95,14 +107,18 @@ void TestMalformed::check(const QByteArray& bytes, const QString& label)
     QString fault;
     const bool sound = verifyArchive(reader, fault, 2);
     status = extractArchive(reader, target, none, 2).status;
-    static const QSet<int> allowed{ArchiveStatus::Complete,     ArchiveStatus::FileOpenError,
-                                   ArchiveStatus::FileReadError, ArchiveStatus::Lz4Error,
-                                   ArchiveStatus::ZlibError,     ArchiveStatus::UnsafeName,
-                                   ArchiveStatus::DdsOrVer3General, ArchiveStatus::UnsupportedFormat};
-    QVERIFY2(allowed.contains(status), qPrintable(QStringLiteral("%1: status %2").arg(label).arg(status)));
+    static const QSet<int> allowed {
+        ArchiveStatus::Complete,         ArchiveStatus::FileOpenError,
+        ArchiveStatus::FileReadError,    ArchiveStatus::Lz4Error,
+        ArchiveStatus::ZlibError,        ArchiveStatus::UnsafeName,
+        ArchiveStatus::DdsOrVer3General, ArchiveStatus::UnsupportedFormat};
+    QVERIFY2(allowed.contains(status),
+             qPrintable(QStringLiteral("%1: status %2").arg(label).arg(status)));
     // Verify and extraction decode the same pieces, so they agree.
     if (status == ArchiveStatus::Complete) QVERIFY2(sound, qPrintable(label + ": " + fault));
-    if (sound) QVERIFY2(status == ArchiveStatus::Complete || status == ArchiveStatus::FileOpenError, qPrintable(label));
+    if (sound)
+        QVERIFY2(status == ArchiveStatus::Complete || status == ArchiveStatus::FileOpenError,
+                 qPrintable(label));
     QDirIterator it(sandbox, QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System,
                     QDirIterator::Subdirectories);
     while (it.hasNext()) {
@@ -123,13 +139,16 @@ void TestMalformed::sweep_data()
     g2.addGeneral("c.bin", patternBytes(700, 3), Pack::Zlib);
     t3.version = 3;
     t3.texture = t1.texture = t16.texture = true;
-    t3.addTexture("textures/a.dds", 16, 16, 3, 71, {patternBytes(128, 4), patternBytes(40, 5)}, Pack::Lz4);
+    t3.addTexture("textures/a.dds", 16, 16, 3, 71, {patternBytes(128, 4), patternBytes(40, 5)},
+                  Pack::Lz4);
     t3.addTexture("textures/b.dds", 4, 4, 1, 98, {patternBytes(16, 6)}, Pack::Lz4);
     t1.addTexture("t.dds", 8, 8, 2, 87, {patternBytes(256, 7), patternBytes(64, 8)}, Pack::Zlib);
     t1.addTexture("no chunks.dds", 4, 4, 1, 71, {});
     QVector<QByteArray> chunks;
-    for (int i = 0; i < 16; ++i) chunks.append(patternBytes(20, uint32_t(i)));
-    t16.addTexture("t.dds", 64, 64, 16, 71, chunks, Pack::Zlib);  // the most chunks a texture may have
+    for (int i = 0; i < 16; ++i)
+        chunks.append(patternBytes(20, uint32_t(i)));
+    t16.addTexture("t.dds", 64, 64, 16, 71, chunks,
+                   Pack::Zlib); // the most chunks a texture may have
     QTest::newRow("general v1 zlib") << g1;
     QTest::newRow("general v2 stored") << g2;
     QTest::newRow("texture v3 lz4") << t3;
@@ -146,13 +165,16 @@ void TestMalformed::sweep()
     // Every field at 0, all ones and the file size +-1; then every truncation.
     for (const Field& f : fieldsOf(b)) {
         const uint64_t ones = f.width == 8 ? ~0ull : (1ull << (8 * f.width)) - 1;
-        for (uint64_t value : {uint64_t(0), ones, uint64_t(good.size()) + 1, uint64_t(good.size()) - 1}) {
+        for (uint64_t value :
+             {uint64_t(0), ones, uint64_t(good.size()) + 1, uint64_t(good.size()) - 1}) {
             QByteArray bytes = good;
-            for (int i = 0; i < f.width; ++i) bytes[f.offset + i] = char((value >> (8 * i)) & 0xFF);
+            for (int i = 0; i < f.width; ++i)
+                bytes[f.offset + i] = char((value >> (8 * i)) & 0xFF);
             check(bytes, QStringLiteral("%1@%2=%3").arg(f.what).arg(f.offset).arg(value));
         }
     }
-    for (int cut = 0; cut < good.size(); ++cut) check(good.left(cut), QStringLiteral("cut at %1").arg(cut));
+    for (int cut = 0; cut < good.size(); ++cut)
+        check(good.left(cut), QStringLiteral("cut at %1").arg(cut));
 }
 
 void TestMalformed::hostileNames_data()
@@ -191,8 +213,8 @@ void TestMalformed::hostileNames()
 
 void TestMalformed::cleanupTestCase()
 {
-    qInfo("%d damaged archives checked, %d of them opened; peak resident memory %ld KiB", cases, opened,
-          maxResidentKiB());
+    qInfo("%d damaged archives checked, %d of them opened; peak resident memory %ld KiB", cases,
+          opened, maxResidentKiB());
     // Nothing a few-hundred-byte file says may make us reserve more than this.
     QVERIFY(maxResidentKiB() < 768 * 1024);
 }

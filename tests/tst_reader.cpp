@@ -14,7 +14,8 @@ Q_DECLARE_METATYPE(Ba2Builder)
 
 namespace {
 
-class RecordingProgress : public Progress {
+class RecordingProgress : public Progress
+{
 public:
     void setMaximum(int m) override { maximum = m; }
     void setValue(int v) override { values.append(v); }
@@ -24,7 +25,8 @@ public:
     int events = 0;
 };
 
-struct CliRun {
+struct CliRun
+{
     int exitCode;
     QString out, err;
 };
@@ -34,13 +36,15 @@ CliRun runCli(const QStringList& args)
     QProcess p;
     p.start(QStringLiteral(ZARNEL_CLI_PATH), args);
     p.waitForFinished(60000);
-    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, QString::fromUtf8(p.readAllStandardOutput()),
+    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1,
+            QString::fromUtf8(p.readAllStandardOutput()),
             QString::fromUtf8(p.readAllStandardError())};
 }
 
 QByteArray patched(QByteArray bytes, int offset, uint32_t value, int width = 4)
 {
-    for (int i = 0; i < width; ++i) bytes[offset + i] = char((value >> (8 * i)) & 0xFF);
+    for (int i = 0; i < width; ++i)
+        bytes[offset + i] = char((value >> (8 * i)) & 0xFF);
     return bytes;
 }
 
@@ -52,9 +56,10 @@ Ba2Builder archive(uint32_t version, bool texture)
     return b;
 }
 
-}  // namespace
+} // namespace
 
-class TestReader : public QObject {
+class TestReader : public QObject
+{
     Q_OBJECT
 private slots:
     void initTestCase() { QVERIFY(dir.isValid()); }
@@ -83,7 +88,7 @@ private:
 void TestReader::loads_data()
 {
     QTest::addColumn<Ba2Builder>("b");
-    for (uint32_t version : {1u, 2u, 3u, 7u}) {  // 7 is read with the 24-byte header
+    for (uint32_t version : {1u, 2u, 3u, 7u}) { // 7 is read with the 24-byte header
         Ba2Builder g = archive(version, false);
         g.addGeneral("textures\\armor\\plate.dds", patternBytes(300, version), Pack::Zlib);
         g.addGeneral("", "");
@@ -96,9 +101,12 @@ void TestReader::loads_data()
     Ba2Builder t = archive(1, true);
     for (int chunks : {1, 0, 16, 2}) {
         QVector<QByteArray> data;
-        for (int i = 0; i < chunks; ++i) data.append(patternBytes(64 + i, uint32_t(chunks + i)));
-        t.addTexture("t/" + QByteArray::number(chunks), 512, 256, uint8_t(chunks + 3), 98, data, Pack::Zlib)
-            .textureFlags = 0x0801;
+        for (int i = 0; i < chunks; ++i)
+            data.append(patternBytes(64 + i, uint32_t(chunks + i)));
+        t.addTexture("t/" + QByteArray::number(chunks), 512, 256, uint8_t(chunks + 3), 98, data,
+                     Pack::Zlib)
+            .textureFlags
+            = 0x0801;
     }
     QTest::newRow("texture v1, 0 to 16 chunks") << t;
     Ba2Builder t3 = archive(3, true);
@@ -107,10 +115,12 @@ void TestReader::loads_data()
     QTest::newRow("texture v3, lz4 and stored") << t3;
     // Record tables over 1 MiB make the unmapped path refill its buffer in mid-record.
     Ba2Builder big = archive(1, false), bigTextures = archive(1, true);
-    for (int i = 0; i < 40000; ++i) big.addGeneral("g/" + QByteArray::number(i), patternBytes(i % 7, uint32_t(i)));
+    for (int i = 0; i < 40000; ++i)
+        big.addGeneral("g/" + QByteArray::number(i), patternBytes(i % 7, uint32_t(i)));
     for (int i = 0; i < 12000; ++i)
-        bigTextures.addTexture("t/" + QByteArray::number(i), 4, 4, 3, 71,
-                               {patternBytes(1, uint32_t(i)), QByteArray(2, 'b'), patternBytes(i % 5, uint32_t(i))});
+        bigTextures.addTexture(
+            "t/" + QByteArray::number(i), 4, 4, 3, 71,
+            {patternBytes(1, uint32_t(i)), QByteArray(2, 'b'), patternBytes(i % 5, uint32_t(i))});
     QTest::newRow("40,000 general records") << big;
     QTest::newRow("12,000 textures") << bigTextures;
 }
@@ -132,7 +142,8 @@ void TestReader::loads()
     QVector<int> steps(n);
     std::iota(steps.begin(), steps.end(), 1);
     QCOMPARE(progress.values, steps);
-    // Each piece's offset must lead to its own stored bytes; compressed pieces add up to the totals.
+    // Each piece's offset must lead to its own stored bytes; compressed pieces add up to the
+    // totals.
     int64_t packed = 0, unpacked = 0;
     for (int i = 0; i < n; ++i) {
         const TestEntry& e = b.entries[i];
@@ -141,19 +152,21 @@ void TestReader::loads()
         QCOMPARE(int(f.nameEntryLength), e.name.size());
         if (!b.texture) {
             QCOMPARE(bytes.mid(int(f.dataOffset), e.stored.size()), e.stored);
-            QCOMPARE((QVector<uint32_t>{f.packedSize, f.unpackedSize, f.recordFlags}),
-                     (QVector<uint32_t>{e.packedSize, e.unpackedSize, 0x00100100}));
+            QCOMPARE((QVector<uint32_t> {f.packedSize, f.unpackedSize, f.recordFlags}),
+                     (QVector<uint32_t> {e.packedSize, e.unpackedSize, 0x00100100}));
             if (e.packedSize) packed += e.packedSize, unpacked += e.unpackedSize;
             continue;
         }
-        QCOMPARE((QVector<uint32_t>{f.chunkCount, f.width, f.height, f.mipCount, f.format, f.textureFlags}),
-                 (QVector<uint32_t>{uint(e.chunks.size()), e.width, e.height, e.mipCount, e.format, e.textureFlags}));
+        QCOMPARE((QVector<uint32_t> {f.chunkCount, f.width, f.height, f.mipCount, f.format,
+                                     f.textureFlags}),
+                 (QVector<uint32_t> {uint(e.chunks.size()), e.width, e.height, e.mipCount, e.format,
+                                     e.textureFlags}));
         for (int c = 0; c < e.chunks.size(); ++c) {
             const ChunkInfo& k = r.chunks(f)[c];
             const TestChunk& x = e.chunks[c];
             QCOMPARE(bytes.mid(int(k.dataOffset), x.stored.size()), x.stored);
-            QCOMPARE((QVector<uint32_t>{k.packedSize, k.unpackedSize, k.firstMip, k.lastMip}),
-                     (QVector<uint32_t>{x.packedSize, x.unpackedSize, x.firstMip, x.lastMip}));
+            QCOMPARE((QVector<uint32_t> {k.packedSize, k.unpackedSize, k.firstMip, k.lastMip}),
+                     (QVector<uint32_t> {x.packedSize, x.unpackedSize, x.firstMip, x.lastMip}));
             if (x.packedSize) packed += x.packedSize, unpacked += x.unpackedSize;
         }
     }
@@ -167,23 +180,27 @@ void TestReader::loads()
 
 void TestReader::refusals_data()
 {
-    QTest::addColumn<QByteArray>("bytes");  // null: open the folder itself
+    QTest::addColumn<QByteArray>("bytes"); // null: open the folder itself
     QTest::addColumn<int>("error");
     Ba2Builder ok;
     ok.addGeneral("a.txt", "abc");
     const QByteArray good = ok.build();
-    const int names = good.size() - 7;  // the one name entry: length field and "a.txt"
+    const int names = good.size() - 7; // the one name entry: length field and "a.txt"
     QTest::newRow("missing") << QByteArray("") << int(OpenError::CannotOpen);
     QTest::newRow("folder") << QByteArray() << int(OpenError::CannotOpen);
     QTest::newRow("short header") << good.left(23) << int(OpenError::NotArchive);
     QTest::newRow("magic") << QByteArray(good).replace(0, 4, "BTDY") << int(OpenError::NotArchive);
     QTest::newRow("type") << QByteArray(good).replace(8, 4, "GNRX") << int(OpenError::UnknownType);
     QTest::newRow("no files") << patched(good, 12, 0) << int(OpenError::NoFiles);
-    QTest::newRow("count beyond file") << patched(good, 12, 0xFFFFFFFF) << int(OpenError::RecordsTruncated);
+    QTest::newRow("count beyond file")
+        << patched(good, 12, 0xFFFFFFFF) << int(OpenError::RecordsTruncated);
     QTest::newRow("count one too many") << patched(good, 12, 2) << int(OpenError::RecordsTruncated);
-    QTest::newRow("names past end") << patched(good, 16, uint32_t(good.size() + 1)) << int(OpenError::NameTableInvalid);
-    QTest::newRow("names at end") << patched(good, 16, uint32_t(good.size())) << int(OpenError::NameTableInvalid);
-    QTest::newRow("name one byte too long") << patched(good, names, 6, 2) << int(OpenError::NameTableInvalid);
+    QTest::newRow("names past end")
+        << patched(good, 16, uint32_t(good.size() + 1)) << int(OpenError::NameTableInvalid);
+    QTest::newRow("names at end") << patched(good, 16, uint32_t(good.size()))
+                                  << int(OpenError::NameTableInvalid);
+    QTest::newRow("name one byte too long")
+        << patched(good, names, 6, 2) << int(OpenError::NameTableInvalid);
 
     Ba2Builder v3 = archive(3, true);
     v3.compressionCode = 0;
@@ -199,14 +216,17 @@ void TestReader::refusals_data()
     t.addTexture("a.dds", 4, 4, 1, 71, {QByteArray(8, 'x')});
     QTest::newRow("17 chunks") << patched(t.build(), 37, 17, 1) << int(OpenError::TooManyChunks);
     QTest::newRow("255 chunks") << patched(t.build(), 37, 255, 1) << int(OpenError::TooManyChunks);
-    QTest::newRow("chunks past the end") << patched(t.build(), 37, 16, 1) << int(OpenError::RecordsTruncated);
+    QTest::newRow("chunks past the end")
+        << patched(t.build(), 37, 16, 1) << int(OpenError::RecordsTruncated);
 }
 
 void TestReader::refusals()
 {
     QFETCH(QByteArray, bytes);
     QFETCH(int, error);
-    const QString path = bytes.isNull() ? dir.path() : bytes.isEmpty() ? dir.filePath("missing.ba2") : write(bytes);
+    const QString path = bytes.isNull() ? dir.path()
+        : bytes.isEmpty()               ? dir.filePath("missing.ba2")
+                                        : write(bytes);
     ArchiveReader r;
     NullProgress none;
     QVERIFY(!r.open(path, none));
@@ -221,11 +241,21 @@ void TestReader::splitPathExamples_data()
     QTest::addColumn<QString>("text");
     QTest::addColumn<QString>("head");
     QTest::addColumn<QString>("tail");
-    QTest::newRow("deep") << "textures/a/b.dds" << "textures/a/" << "b.dds";
-    QTest::newRow("bare") << "b.dds" << "" << "b.dds";
-    QTest::newRow("folder") << "textures/a/" << "textures/a/" << "";
-    QTest::newRow("trimmed") << " \ntextures/b.dds\n" << "textures/" << "b.dds";
-    QTest::newRow("empty parts kept") << "a//b" << "a//" << "b";
+    QTest::newRow("deep") << "textures/a/b.dds"
+                          << "textures/a/"
+                          << "b.dds";
+    QTest::newRow("bare") << "b.dds"
+                          << ""
+                          << "b.dds";
+    QTest::newRow("folder") << "textures/a/"
+                            << "textures/a/"
+                            << "";
+    QTest::newRow("trimmed") << " \ntextures/b.dds\n"
+                             << "textures/"
+                             << "b.dds";
+    QTest::newRow("empty parts kept") << "a//b"
+                                      << "a//"
+                                      << "b";
 }
 
 void TestReader::splitPathExamples()
@@ -239,16 +269,20 @@ void TestReader::splitPathExamples()
 
 void TestReader::infoLines_data()
 {
-    QTest::addColumn<QVector<qint64>>("fields");  // version, texture, file count, packed and unpacked total
+    QTest::addColumn<QVector<qint64>>(
+        "fields"); // version, texture, file count, packed and unpacked total
     QTest::addColumn<QString>("lines");
-    QTest::newRow("one file, stored") << QVector<qint64>{2, 0, 1, 0, 0}
-                                      << "BA2 Ver.2 (1 file)|Format: General|Compression: Non";
-    QTest::newRow("grouped count") << QVector<qint64>{1, 0, 12345, 4837, 10000}
-                                   << "BA2 Ver.1 (12,345 files)|Format: General|Compression: zlib (48.37%)";
-    QTest::newRow("lz4 small ratio") << QVector<qint64>{3, 1, 2, 1, 1000}
-                                     << "BA2 Ver.3 (2 files)|Format: DDS(Texture)|Compression: LZ4 (0.10%)";
-    QTest::newRow("expanded") << QVector<qint64>{1, 1, 1234567, 2469, 1000}
-                              << "BA2 Ver.1 (1,234,567 files)|Format: DDS(Texture)|Compression: zlib (246.90%)";
+    QTest::newRow("one file, stored")
+        << QVector<qint64> {2, 0, 1, 0, 0} << "BA2 Ver.2 (1 file)|Format: General|Compression: Non";
+    QTest::newRow("grouped count")
+        << QVector<qint64> {1, 0, 12345, 4837, 10000}
+        << "BA2 Ver.1 (12,345 files)|Format: General|Compression: zlib (48.37%)";
+    QTest::newRow("lz4 small ratio")
+        << QVector<qint64> {3, 1, 2, 1, 1000}
+        << "BA2 Ver.3 (2 files)|Format: DDS(Texture)|Compression: LZ4 (0.10%)";
+    QTest::newRow("expanded") << QVector<qint64> {
+        1, 1, 1234567, 2469,
+        1000} << "BA2 Ver.1 (1,234,567 files)|Format: DDS(Texture)|Compression: zlib (246.90%)";
 }
 
 void TestReader::infoLines()
@@ -260,13 +294,14 @@ void TestReader::infoLines()
     r.fileCount = uint32_t(fields[2]);
     r.packedTotal = fields[3];
     r.unpackedTotal = fields[4];
-    QTEST(QStringList({archiveInfoLine1(r), archiveInfoLine2(r), archiveInfoLine3(r)}).join('|'), "lines");
+    QTEST(QStringList({archiveInfoLine1(r), archiveInfoLine2(r), archiveInfoLine3(r)}).join('|'),
+          "lines");
 }
 
 void TestReader::realSamples_data()
 {
     // Version, texture, file count and a name known from where each sample came from.
-    const QHash<QString, QStringList> known{
+    const QHash<QString, QStringList> known {
         {"Blank - Main.ba2", {"1", "0", "1", "LICENSE.txt"}},
         {"Blank - Textures.ba2", {"1", "1", "1", ""}},
         {"Immersive HUD - Main.ba2", {"1", "0", "16", ""}},
@@ -278,8 +313,9 @@ void TestReader::realSamples_data()
     QTest::addColumn<QString>("file");
     QTest::addColumn<QStringList>("expected");
     const QStringList all = QDir(samplesDir()).entryList({"*.ba2"}, QDir::Files);
-    QCOMPARE(all.size(), known.size());  // a new sample needs its row here
-    for (const QString& file : all) QTest::newRow(qPrintable(file)) << file << known.value(file);
+    QCOMPARE(all.size(), known.size()); // a new sample needs its row here
+    for (const QString& file : all)
+        QTest::newRow(qPrintable(file)) << file << known.value(file);
 }
 
 void TestReader::realSamples()
@@ -291,16 +327,20 @@ void TestReader::realSamples()
     ArchiveReader r;
     NullProgress none;
     QVERIFY2(r.open(path, none), qPrintable(r.errorText()));
-    QCOMPARE((QStringList{QString::number(r.version), QString::number(r.isTexture), QString::number(r.fileCount)}),
+    QCOMPARE((QStringList {QString::number(r.version), QString::number(r.isTexture),
+                           QString::number(r.fileCount)}),
              expected.mid(0, 3));
     QStringList names;
-    for (uint32_t i = 0; i < r.fileCount; ++i) names << r.nameOf(i);
+    for (uint32_t i = 0; i < r.fileCount; ++i)
+        names << r.nameOf(i);
     QVERIFY(!names.contains(QString()) && names.filter(QStringLiteral("\\")).isEmpty());
     if (!expected[3].isEmpty()) QCOMPARE(names[0].section('/', -1), expected[3]);
     // The command line prints the same lines and names.
     const CliRun info = runCli({"info", path}), list = runCli({"list", path});
     QCOMPARE(info.exitCode, 0);
-    QCOMPARE(info.out, QStringList({archiveInfoLine1(r), archiveInfoLine2(r), archiveInfoLine3(r), ""}).join('\n'));
+    QCOMPARE(info.out,
+             QStringList({archiveInfoLine1(r), archiveInfoLine2(r), archiveInfoLine3(r), ""})
+                 .join('\n'));
     QCOMPARE(list.exitCode, 0);
     QCOMPARE(list.out, names.join('\n') + '\n');
 }
@@ -309,14 +349,16 @@ void TestReader::cliExitCodes_data()
 {
     QTest::addColumn<QStringList>("args");
     QTest::addColumn<int>("exitCode");
-    QTest::addColumn<QString>("output");  // expected in stderr, or at the start of stdout for exit code 0
+    QTest::addColumn<QString>(
+        "output"); // expected in stderr, or at the start of stdout for exit code 0
     QTest::newRow("no command") << QStringList() << 2 << "missing command";
-    QTest::newRow("unknown command") << QStringList{"frobnicate"} << 2 << "unknown command";
-    QTest::newRow("info without archive") << QStringList{"info"} << 2 << "exactly one";
-    QTest::newRow("not an archive") << QStringList{"info", ZARNEL_CLI_PATH} << 1 << "not a BA2";
-    QTest::newRow("missing file") << QStringList{"list", "/nonexistent/x.ba2"} << 1 << "cannot open";
-    QTest::newRow("help") << QStringList{"--help"} << 0 << "Usage: zarnel-cli";
-    QTest::newRow("version") << QStringList{"--version"} << 0 << "zarnel-cli " ZARNEL_VERSION "\n";
+    QTest::newRow("unknown command") << QStringList {"frobnicate"} << 2 << "unknown command";
+    QTest::newRow("info without archive") << QStringList {"info"} << 2 << "exactly one";
+    QTest::newRow("not an archive") << QStringList {"info", ZARNEL_CLI_PATH} << 1 << "not a BA2";
+    QTest::newRow("missing file") << QStringList {"list", "/nonexistent/x.ba2"} << 1
+                                  << "cannot open";
+    QTest::newRow("help") << QStringList {"--help"} << 0 << "Usage: zarnel-cli";
+    QTest::newRow("version") << QStringList {"--version"} << 0 << "zarnel-cli " ZARNEL_VERSION "\n";
 }
 
 void TestReader::cliExitCodes()
@@ -325,8 +367,10 @@ void TestReader::cliExitCodes()
     QFETCH(QString, output);
     const CliRun run = runCli(args);
     QTEST(run.exitCode, "exitCode");
-    if (run.exitCode == 0) QVERIFY2(run.out.startsWith(output), qPrintable(run.out));
-    else QVERIFY2(run.err.contains(output), qPrintable(run.err));
+    if (run.exitCode == 0)
+        QVERIFY2(run.out.startsWith(output), qPrintable(run.out));
+    else
+        QVERIFY2(run.err.contains(output), qPrintable(run.err));
 }
 
 int main(int argc, char** argv)

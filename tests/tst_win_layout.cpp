@@ -15,7 +15,8 @@ namespace {
 QString describe(QObject* o)
 {
     auto* w = static_cast<QWidget*>(o);
-    const bool hand = w->testAttribute(Qt::WA_SetCursor) && w->cursor().shape() == Qt::PointingHandCursor;
+    const bool hand
+        = w->testAttribute(Qt::WA_SetCursor) && w->cursor().shape() == Qt::PointingHandCursor;
     QString text, flags = hand ? "h" : "";
     bool enabled = w->isEnabled();
     if (auto* b = qobject_cast<QAbstractButton*>(o)) text = b->text();
@@ -29,39 +30,50 @@ QString describe(QObject* o)
         flags += e->isReadOnly() ? "r" : "";
     }
     if (auto* v = qobject_cast<QAbstractItemView*>(o))
-        flags += v->editTriggers() == QAbstractItemView::NoEditTriggers && !v->showDropIndicator() ? "r" : "";
+        flags += v->editTriggers() == QAbstractItemView::NoEditTriggers && !v->showDropIndicator()
+            ? "r"
+            : "";
     if (auto* c = qobject_cast<QComboBox*>(o)) {
         auto* model = qobject_cast<QStandardItemModel*>(c->model());
         QStringList items;
-        for (int i = 0; i < c->count(); ++i) items << (model->item(i)->isEnabled() ? "" : "!") + c->itemText(i);
+        for (int i = 0; i < c->count(); ++i)
+            items << (model->item(i)->isEnabled() ? "" : "!") + c->itemText(i);
         text = items.join('|');
     }
     if (auto* m = qobject_cast<QMenu*>(o)) enabled = m->menuAction()->isEnabled();
     if (qobject_cast<QMenu*>(o) || qobject_cast<QMenuBar*>(o)) {
         QStringList entries;
         for (QAction* a : w->actions()) {
-            const QString actionFlags = QString(a->isCheckable() ? "c" : "") + (a->isEnabled() ? "" : "d");
+            const QString actionFlags
+                = QString(a->isCheckable() ? "c" : "") + (a->isEnabled() ? "" : "d");
             entries << (a->isSeparator() ? QStringLiteral("-")
-                        : a->menu()      ? '>' + a->menu()->title()
-                                         : a->text() + (actionFlags.isEmpty() ? "" : '[' + actionFlags + ']'));
+                            : a->menu()
+                            ? '>' + a->menu()->title()
+                            : a->text() + (actionFlags.isEmpty() ? "" : '[' + actionFlags + ']'));
         }
         auto* m = qobject_cast<QMenu*>(o);
         text = (m ? m->title() + ": " : QString()) + entries.join('|');
     }
-    QString line = o->objectName() + ' ' + o->metaObject()->className() + ' ' + o->parent()->objectName();
+    QString line
+        = o->objectName() + ' ' + o->metaObject()->className() + ' ' + o->parent()->objectName();
     // The frames take their size from the main window's layout.
     if (!qobject_cast<QMenu*>(o) && w->parent() != w->window())
-        line += QStringLiteral(" %1,%2 %3x%4").arg(w->x()).arg(w->y()).arg(w->width()).arg(w->height());
+        line += QStringLiteral(" %1,%2 %3x%4")
+                    .arg(w->x())
+                    .arg(w->y())
+                    .arg(w->width())
+                    .arg(w->height());
     if (!text.isEmpty()) line += " \"" + text + '"';
     flags += enabled ? "" : "d";
     return flags.isEmpty() ? line : line + ' ' + flags;
 }
 
-}  // namespace
+} // namespace
 
-class TestWinLayout : public QObject {
+class TestWinLayout : public QObject
+{
     Q_OBJECT
-    QTemporaryDir work;  // the working folder, where a fresh Zarnel.ini is written
+    QTemporaryDir work; // the working folder, where a fresh Zarnel.ini is written
     std::unique_ptr<MainWindow> window;
 
 private slots:
@@ -94,21 +106,26 @@ void TestWinLayout::tree()
         "groupBox_Archive QGroupBox centralwidget 230,250 631x151 \"Create archive\"",
         "pushButton_Archive QPushButton groupBox_Archive 10,120 121x21 \"Create Archive\" hd",
         "label_Version QLabel groupBox_Archive 10,20 101x21 \"Ba2 Version\"",
-        "comboBox_Ver QComboBox groupBox_Archive 10,40 361x21 \"Version 1 (for Fallout4/76 General, Texture)|"
+        "comboBox_Ver QComboBox groupBox_Archive 10,40 361x21 \"Version 1 (for Fallout4/76 "
+        "General, Texture)|"
         "Version 2 (for Starfield General, Texture)|!Version 3 (for Starfield Texture only)|"
         "!BSA (for Skyrim/Fallout3...)\" h",
         "label_Compression QLabel groupBox_Archive 430,20 161x21 \"Compression level\"",
-        "comboBox_zlibComp QComboBox groupBox_Archive 430,40 191x21 \"1 (Fast decompression)|2|3|4|5|"
+        "comboBox_zlibComp QComboBox groupBox_Archive 430,40 191x21 \"1 (Fast "
+        "decompression)|2|3|4|5|"
         "6 (Default by Bethesda)|7|8|9 (High compression)|0 (No compression)\" h",
-        "comboBox_LZ4Comp QComboBox groupBox_Archive 430,70 191x21 \"Default by LZ4 (16KB)|Close to Bethesda (1GB)|"
+        "comboBox_LZ4Comp QComboBox groupBox_Archive 430,70 191x21 \"Default by LZ4 (16KB)|Close "
+        "to Bethesda (1GB)|"
         "No compression\" h",
         "label_LZ4Compression QLabel groupBox_Archive 375,70 51x21 \"Ver.3\" >",
         "label_zlibCompression QLabel groupBox_Archive 375,40 51x21 \"Ver.1,2\" >",
-        "comboBox_Format QComboBox groupBox_Archive 200,90 171x21 \"General (non-texture)|DDS (texture only)\" h",
+        "comboBox_Format QComboBox groupBox_Archive 200,90 171x21 \"General (non-texture)|DDS "
+        "(texture only)\" h",
         "label_Format QLabel groupBox_Archive 145,90 51x21 \"Format\" >",
         "pushButton_SelFolder QPushButton groupBox_Archive 10,90 121x21 \"Select Folder\" h",
         "checkBox_assist QCheckBox groupBox_Archive 430,120 171x22 \"BA2 Create assistance\" h",
-        "lineEdit_SrcFile QLineEdit centralwidget 100,10 761x21 \"*** Drag and drop the File or Folder ***\" r",
+        "lineEdit_SrcFile QLineEdit centralwidget 100,10 761x21 \"*** Drag and drop the File or "
+        "Folder ***\" r",
         "groupBox_Extract QGroupBox centralwidget 9,250 211x151 \"Extract archive\"",
         "label_Ba2Info1 QLabel groupBox_Extract 10,20 191x21",
         "label_Ba2Info2 QLabel groupBox_Extract 10,40 191x21",
@@ -124,10 +141,12 @@ void TestWinLayout::tree()
         "pushButton_ClearList QPushButton centralwidget 10,10 81x21 \"Clear List\" hd",
         "menubar QMenuBar MainWindow \">File|>Archive|>Display|>Help\"",
         "menuFile QMenu menubar \"File: Exit\"",
-        "menuArchive QMenu menubar \"Archive: Open Archive|Create Archive from Folder|Upgrade Archive[d]|-|"
+        "menuArchive QMenu menubar \"Archive: Open Archive|Create Archive from Folder|Upgrade "
+        "Archive[d]|-|"
         "Settings...[d]\"",
         "menuHelp QMenu menubar \"Help: About Zarnel (Zarnel Archive Manager)|About Qt|>BAADF00D\"",
-        "menuBAADF00D QMenu menuHelp \"BAADF00D: BA2 Upgrader deb[d]|SFS Editor (0xB639)[d]|File Compare[d]|"
+        "menuBAADF00D QMenu menuHelp \"BAADF00D: BA2 Upgrader deb[d]|SFS Editor (0xB639)[d]|File "
+        "Compare[d]|"
         "DXGI Checker (0x0A)[d]|Tal Injector deb[d]\"",
         "menuDisplay QMenu menubar \"Display: >List View|>Theme\"",
         "menuList_View QMenu menuDisplay \"List View: Full[c]|Max 1000 Items[c]|Not shown[c]\"",
@@ -143,7 +162,8 @@ void TestWinLayout::frame()
     QVERIFY(window->menuBar() == ui.menubar && window->statusBar() == ui.statusbar
             && window->centralWidget() == ui.centralwidget);
     QCOMPARE(window->windowTitle(), QStringLiteral("Zarnel Archive Manager"));
-    QVERIFY(window->acceptDrops() && window->locale() == QLocale(QLocale::English, QLocale::UnitedStates));
+    QVERIFY(window->acceptDrops()
+            && window->locale() == QLocale(QLocale::English, QLocale::UnitedStates));
     // The main window's layout resizes the menu bar to its font; its place and width stay.
     QCOMPARE(ui.menubar->geometry().topLeft(), QPoint(0, 0));
     QCOMPARE(ui.menubar->width(), 870);
@@ -161,11 +181,12 @@ void TestWinLayout::frame()
 
     // The support button's picture: 179 x 21, not blank (badge and lettering).
     const QImage image(QStringLiteral(":/icon/kofi_179x21.png"));
-    QCOMPARE(ui.pushButton_KoFi->icon().availableSizes(), QList<QSize>{QSize(179, 21)});
+    QCOMPARE(ui.pushButton_KoFi->icon().availableSizes(), QList<QSize> {QSize(179, 21)});
     QCOMPARE(ui.pushButton_KoFi->iconSize(), image.size());
     QSet<QRgb> colours;
     for (int y = 0; y < image.height(); ++y)
-        for (int x = 0; x < image.width(); ++x) colours.insert(image.pixel(x, y));
+        for (int x = 0; x < image.width(); ++x)
+            colours.insert(image.pixel(x, y));
     QVERIFY(colours.size() >= 3);
 }
 

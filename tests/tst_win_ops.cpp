@@ -22,7 +22,8 @@ namespace {
 
 // A file or folder dialog takes the next queued answer ("" = cancelled) and is recorded as
 // "kind caption|start folder|filter or options"; a box as "kind|text|informative text".
-class ScriptedDialogs : public Dialogs {
+class ScriptedDialogs : public Dialogs
+{
 public:
     ScriptedDialogs() { install(this); }
     ~ScriptedDialogs() override { install(nullptr); }
@@ -34,33 +35,50 @@ public:
         asked << what + QLatin1Char('|') + dir + QLatin1Char('|') + extra;
         return answers.isEmpty() ? QString() : answers.takeFirst();
     }
-    QString getExistingDirectory(QWidget*, const QString& c, const QString& d, QFileDialog::Options o) override
-    { return answer("dir " + c, d, QString::number(int(o))); }
-    QString getOpenFileName(QWidget*, const QString& c, const QString& d, const QString& f) override
-    { return answer("open " + c, d, f); }
-    QString getSaveFileName(QWidget*, const QString& c, const QString& d, const QString& f) override
-    { return answer("save " + c, d, f); }
-    void showMessage(QMessageBox::Icon icon, const QString& text, const QString& informative) override
+    QString getExistingDirectory(QWidget*, const QString& c, const QString& d,
+                                 QFileDialog::Options o) override
     {
-        const char* kind =
-            icon == QMessageBox::Information ? "info|" : icon == QMessageBox::Warning ? "warn|" : "other|";
+        return answer("dir " + c, d, QString::number(int(o)));
+    }
+    QString getOpenFileName(QWidget*, const QString& c, const QString& d, const QString& f) override
+    {
+        return answer("open " + c, d, f);
+    }
+    QString getSaveFileName(QWidget*, const QString& c, const QString& d, const QString& f) override
+    {
+        return answer("save " + c, d, f);
+    }
+    void showMessage(QMessageBox::Icon icon, const QString& text,
+                     const QString& informative) override
+    {
+        const char* kind = icon == QMessageBox::Information ? "info|"
+            : icon == QMessageBox::Warning                  ? "warn|"
+                                                            : "other|";
         boxes << kind + text + QLatin1Char('|') + informative;
     }
-    void about(QWidget*, const QString& title, const QString& text) override { boxes << "about|" + title + '|' + text; }
+    void about(QWidget*, const QString& title, const QString& text) override
+    {
+        boxes << "about|" + title + '|' + text;
+    }
     void aboutQt(QWidget*, const QString& title) override { boxes << "aboutQt|" + title; }
-    bool openUrl(const QUrl& url) override { urls << url; return true; }
+    bool openUrl(const QUrl& url) override
+    {
+        urls << url;
+        return true;
+    }
 };
 
 // A window as the entry point leaves it before the event loop; args follow the program name,
 // and before() runs between setArg and initialize (to arm a canceller for the command line).
 std::unique_ptr<MainWindow> startWindow(const QByteArrayList& args = {},
-                                               const std::function<void(MainWindow&)>& before = {})
+                                        const std::function<void(MainWindow&)>& before = {})
 {
     static QByteArrayList store;
     static std::vector<char*> argv;
-    store = QByteArrayList{"zarnel"} + args;
+    store = QByteArrayList {"zarnel"} + args;
     argv.clear();
-    for (QByteArray& arg : store) argv.push_back(arg.data());
+    for (QByteArray& arg : store)
+        argv.push_back(arg.data());
     argv.push_back(nullptr);
     auto window = std::make_unique<MainWindow>();
     window->setArg(int(store.size()), argv.data());
@@ -72,13 +90,20 @@ std::unique_ptr<MainWindow> startWindow(const QByteArrayList& args = {},
 const QString kHint = QStringLiteral("*** Drag and drop the File or Folder ***");
 const QString kRecommended = QStringLiteral("* assistance * This is the recommended settings.");
 const QString kSix = "6 files " + kRecommended;
-const QString kAllDds =
-    "2 files * assistance * 'DDS format' selected, because all DDS files. and, Ver.3 BA2 can be created.";
+const QString kAllDds = "2 files * assistance * 'DDS format' selected, because all DDS files. and, "
+                        "Ver.3 BA2 can be created.";
 const QString kReadError = QStringLiteral("info|Read Files.|BA2 File Error");
-const QString kVer3Warning = QStringLiteral("* Warning * Only texture files can be archived to Ver.3 BA2.");
+const QString kVer3Warning
+    = QStringLiteral("* Warning * Only texture files can be archived to Ver.3 BA2.");
 
-QByteArray readIni() { return testutil::readFile(QStringLiteral("Zarnel.ini")); }
-bool writeIni(const QByteArray& content) { return testutil::writeFile(QStringLiteral("Zarnel.ini"), content); }
+QByteArray readIni()
+{
+    return testutil::readFile(QStringLiteral("Zarnel.ini"));
+}
+bool writeIni(const QByteArray& content)
+{
+    return testutil::writeFile(QStringLiteral("Zarnel.ini"), content);
+}
 QVariant setting(const char* key)
 {
     return QSettings(QStringLiteral("Zarnel.ini"), QSettings::IniFormat).value(QLatin1String(key));
@@ -88,7 +113,8 @@ void drop(MainWindow& window, const QStringList& paths)
 {
     QMimeData mime;
     QList<QUrl> urls;
-    for (const QString& p : paths) urls << QUrl::fromLocalFile(p);
+    for (const QString& p : paths)
+        urls << QUrl::fromLocalFile(p);
     mime.setUrls(urls);
     // Qt delivers a drop only to the widget that accepted the drag's entry.
     QDragEnterEvent enter(QPoint(20, 20), Qt::CopyAction, &mime, Qt::LeftButton, Qt::NoModifier);
@@ -108,11 +134,12 @@ QStringList listTexts(const MainWindow& window)
 {
     QStringList texts;
     const QListWidget* list = window.ui->listWidget_Files;
-    for (int i = 0; i < list->count(); ++i) texts << list->item(i)->text();
+    for (int i = 0; i < list->count(); ++i)
+        texts << list->item(i)->text();
     return texts;
 }
 
-using Tree = QMap<QString, QByteArray>;  // relative path -> content
+using Tree = QMap<QString, QByteArray>; // relative path -> content
 
 bool writeTree(const QString& root, const Tree& tree)
 {
@@ -136,10 +163,13 @@ Tree readTree(const QString& root)
 // Cancels the progress dialog with the given label once ready() holds. Looked at on every tick
 // of a zero timer (the scans process events per entry) and when a dialog gets its style sheet,
 // the last step of building one (the engines check Cancel before they process any event).
-class Canceller : public QObject {
+class Canceller : public QObject
+{
 public:
-    explicit Canceller(const QString& label, std::function<bool()> ready = [] { return true; })
-        : label(label), ready(std::move(ready))
+    explicit Canceller(
+        const QString& label, std::function<bool()> ready = [] { return true; })
+        : label(label)
+        , ready(std::move(ready))
     {
         qApp->installEventFilter(this);
         startTimer(0);
@@ -150,7 +180,8 @@ public:
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override
     {
-        const bool look = event->type() == QEvent::StyleChange || (watched == this && event->type() == QEvent::Timer);
+        const bool look = event->type() == QEvent::StyleChange
+            || (watched == this && event->type() == QEvent::Timer);
         if (fired || !look || !ready()) return false;
         for (QWidget* w : QApplication::topLevelWidgets()) {
             auto* dialog = qobject_cast<QProgressDialog*>(w);
@@ -171,13 +202,15 @@ private:
 // letters, then subfolders by name.
 Tree generalTree()
 {
-    return {{"Data/b.txt", testutil::patternBytes(3000, 1)}, {"Data/a_b.txt", testutil::patternBytes(10, 2)},
-            {"Data/ab.txt", testutil::patternBytes(70000, 3)}, {"Data/a.txt", QByteArray()},
+    return {{"Data/b.txt", testutil::patternBytes(3000, 1)},
+            {"Data/a_b.txt", testutil::patternBytes(10, 2)},
+            {"Data/ab.txt", testutil::patternBytes(70000, 3)},
+            {"Data/a.txt", QByteArray()},
             {"Data/a/x.txt", testutil::patternBytes(500, 4, false)},
             {"Data/Sub/File.TXT", testutil::patternBytes(1234, 5)}};
 }
-const QStringList kGeneralOrder = {"data/a.txt",  "data/ab.txt",  "data/a_b.txt",
-                                   "data/b.txt",  "data/a/x.txt", "data/sub/file.txt"};
+const QStringList kGeneralOrder = {"data/a.txt", "data/ab.txt",  "data/a_b.txt",
+                                   "data/b.txt", "data/a/x.txt", "data/sub/file.txt"};
 
 // The general tree as an archive made by the test's own builder, names lower-cased.
 QByteArray generalArchive()
@@ -192,7 +225,8 @@ QByteArray generalArchive()
 QStringList numbered(const QStringList& names)
 {
     QStringList items;
-    for (int i = 0; i < names.size(); ++i) items << QString::number(i + 1) + QStringLiteral(": ") + names[i];
+    for (int i = 0; i < names.size(); ++i)
+        items << QString::number(i + 1) + QStringLiteral(": ") + names[i];
     return items;
 }
 
@@ -210,43 +244,62 @@ QString controls(const MainWindow& w)
 
 QStringList infoLines(const MainWindow& w)
 {
-    return {w.ui->label_Ba2Info1->text(), w.ui->label_Ba2Info2->text(), w.ui->label_Ba2Info3->text()};
+    return {w.ui->label_Ba2Info1->text(), w.ui->label_Ba2Info2->text(),
+            w.ui->label_Ba2Info3->text()};
 }
 
-const QStringList kKeys = {"Format", "Version", "zlibCompressionLevel", "LZ4CompressionLevel", "CreateAssistance",
-                            "SaveStringTable", "MaxChunkCount", "SingleMipChunkAreaWidth", "SingleMipChunkAreaHeight",
-                            "ListView", "Theme", "ExtractAllDir", "OpenArchiveDir", "CreateArchiveDir", "DropFileDir"};
+const QStringList kKeys = {"Format",
+                           "Version",
+                           "zlibCompressionLevel",
+                           "LZ4CompressionLevel",
+                           "CreateAssistance",
+                           "SaveStringTable",
+                           "MaxChunkCount",
+                           "SingleMipChunkAreaWidth",
+                           "SingleMipChunkAreaHeight",
+                           "ListView",
+                           "Theme",
+                           "ExtractAllDir",
+                           "OpenArchiveDir",
+                           "CreateArchiveDir",
+                           "DropFileDir"};
 
 // The first keys of Zarnel.ini ("missing" where missing), and the members they are read into.
 QStringList stored(int count = 15)
 {
     QSettings ini(QStringLiteral("Zarnel.ini"), QSettings::IniFormat);
     QStringList values;
-    for (const QString& key : kKeys.mid(0, count)) values << ini.value(key, "missing").toString();
+    for (const QString& key : kKeys.mid(0, count))
+        values << ini.value(key, "missing").toString();
     return values;
 }
 QStringList members(const MainWindow& w)
 {
     QStringList m;
-    for (int v : {w.archiveFormat, w.archiveVersion, w.zlibLevel, w.lz4Mode, w.createAssistance, w.saveStringTable,
-                  w.maxChunkCount, w.singleMipChunkAreaWidth, w.singleMipChunkAreaHeight, w.listView, w.theme})
+    for (int v : {w.archiveFormat, w.archiveVersion, w.zlibLevel, w.lz4Mode, w.createAssistance,
+                  w.saveStringTable, w.maxChunkCount, w.singleMipChunkAreaWidth,
+                  w.singleMipChunkAreaHeight, w.listView, w.theme})
         m << QString::number(v);
     return m << w.extractAllDir << w.openArchiveDir << w.createArchiveDir << w.dropFileDir;
 }
 
-// Qt drops comments when it rewrites an INI file, so a leading comment tells whether a write happened.
+// Qt drops comments when it rewrites an INI file, so a leading comment tells whether a write
+// happened.
 const QByteArray kProbe = "; untouched\n";
 
-// What the user sees of the remembered choices: the four combos, the check box, the checked actions.
+// What the user sees of the remembered choices: the four combos, the check box, the checked
+// actions.
 QStringList shown(const MainWindow& w)
 {
     const Ui::MainWindow& ui = *w.ui;
     QStringList s;
-    for (QComboBox* c : {ui.comboBox_Format, ui.comboBox_Ver, ui.comboBox_zlibComp, ui.comboBox_LZ4Comp})
+    for (QComboBox* c :
+         {ui.comboBox_Format, ui.comboBox_Ver, ui.comboBox_zlibComp, ui.comboBox_LZ4Comp})
         s << c->currentText();
     s << QString::number(ui.checkBox_assist->isChecked());
-    for (QAction* a : {ui.action_Full, ui.action_1000_Items, ui.action_NotShown, ui.action_Theme_Windows_default,
-                       ui.action_Theme_Starfield, ui.action_Theme_Fallout})
+    for (QAction* a :
+         {ui.action_Full, ui.action_1000_Items, ui.action_NotShown, ui.action_Theme_Windows_default,
+          ui.action_Theme_Starfield, ui.action_Theme_Fallout})
         if (a->isChecked()) s << a->text();
     return s;
 }
@@ -257,45 +310,51 @@ int brightest(QWidget* w)
     const QImage image = w->grab().toImage();
     int best = 0;
     for (int y = 0; y < image.height(); ++y)
-        for (int x = 0; x < image.width(); ++x) best = qMax(best, qGray(image.pixel(x, y)));
+        for (int x = 0; x < image.width(); ++x)
+            best = qMax(best, qGray(image.pixel(x, y)));
     return best;
 }
 
-}  // namespace
+} // namespace
 
-struct LoadCase {
-    QString route;       // open, drop, startup or select
-    QByteArray content;  // of Arc/Mixed.BA2; null: the folder Data of the general tree
+struct LoadCase
+{
+    QString route;      // open, drop, startup or select
+    QByteArray content; // of Arc/Mixed.BA2; null: the folder Data of the general tree
     QStringList info, list;
-    QString state;       // controls()
+    QString state; // controls()
     QStringList boxes;
     QString status;
     int sources;
 };
 Q_DECLARE_METATYPE(LoadCase)
 
-struct CreateCase {
-    QString tree;           // general, textures or empty; cancel: general, then cancelled
-    QList<int> picks;       // items of the format, version, zlib and LZ4 combos; -1: as assisted, -2: no item
-    QString settings;       // format, version, zlib level and LZ4 mode of the archive; none: no archive
+struct CreateCase
+{
+    QString tree; // general, textures or empty; cancel: general, then cancelled
+    QList<int>
+        picks; // items of the format, version, zlib and LZ4 combos; -1: as assisted, -2: no item
+    QString settings; // format, version, zlib level and LZ4 mode of the archive; none: no archive
     QStringList boxes;
     QString status;
 };
 Q_DECLARE_METATYPE(CreateCase)
 
-struct SettingsCase {
+struct SettingsCase
+{
     QByteArray file;      // Zarnel.ini after "[General]"; null: no file
     QString control;      // what is chosen after the start, if anything
     int index;            // combo item picked
     QStringList expected; // the members in the order of kKeys, and the keys if rewritten
     bool written;
-    bool warned = false;  // about version 3 for general files
+    bool warned = false; // about version 3 for general files
 };
 Q_DECLARE_METATYPE(SettingsCase)
 
-class TestWinOps : public QObject {
+class TestWinOps : public QObject
+{
     Q_OBJECT
-    std::unique_ptr<QTemporaryDir> work;  // the working folder, a fresh one per test
+    std::unique_ptr<QTemporaryDir> work; // the working folder, a fresh one per test
     std::unique_ptr<ScriptedDialogs> dialogs;
 
 private slots:
@@ -307,14 +366,21 @@ private slots:
         dialogs = std::make_unique<ScriptedDialogs>();
     }
     void cleanup() { dialogs.reset(); }
-    void load_data(); void load();
-    void create_data(); void create();
-    void extract_data(); void extract();
-    void listViews_data(); void listViews();
-    void assistance_data(); void assistance();
+    void load_data();
+    void load();
+    void create_data();
+    void create();
+    void extract_data();
+    void extract();
+    void listViews_data();
+    void listViews();
+    void assistance_data();
+    void assistance();
     void gathering();
-    void settings_data(); void settings();
-    void themes_data(); void themes();
+    void settings_data();
+    void settings();
+    void themes_data();
+    void themes();
     void helpBoxes();
     void exitEndsProcessWithZero();
 };
@@ -322,13 +388,14 @@ private slots:
 void TestWinOps::load_data()
 {
     QTest::addColumn<LoadCase>("c");
-    const QByteArray big = testutil::patternBytes(50000, 11), small = testutil::patternBytes(900, 12);
+    const QByteArray big = testutil::patternBytes(50000, 11),
+                     small = testutil::patternBytes(900, 12);
     testutil::Ba2Builder v1, v2, v3, v3code0, chunks, general;
     v1.addGeneral("meshes/a.nif", big, Pack::Zlib);
     v1.addGeneral("meshes/b.nif", small, Pack::Zlib);
     v1.addGeneral("readme.txt", "plain", Pack::Stored);
-    const double ratio1 =
-        float(float(v1.entries[0].packedSize + v1.entries[1].packedSize) / float(big.size() + small.size()) * 100.0);
+    const double ratio1 = float(float(v1.entries[0].packedSize + v1.entries[1].packedSize)
+                                / float(big.size() + small.size()) * 100.0);
     const QStringList info1 = {"BA2 Ver.1 (3 files)", "Format: General",
                                QString::asprintf("Compression: zlib (%3.2f%%)", ratio1)};
     const QStringList names1 = {"meshes/a.nif", "meshes/b.nif", "readme.txt"};
@@ -336,9 +403,10 @@ void TestWinOps::load_data()
     v2.addGeneral("sound/x.wav", small, Pack::Stored);
     v3.version = 3;
     v3.texture = true;
-    const testutil::TestEntry& t =
-        v3.addTexture("textures/t.dds", 8, 8, 2, 28, {big.left(256), big.mid(256, 64)}, Pack::Lz4);
-    const double ratio3 = float(float(t.chunks[0].packedSize + t.chunks[1].packedSize) / float(256 + 64) * 100.0);
+    const testutil::TestEntry& t = v3.addTexture("textures/t.dds", 8, 8, 2, 28,
+                                                 {big.left(256), big.mid(256, 64)}, Pack::Lz4);
+    const double ratio3
+        = float(float(t.chunks[0].packedSize + t.chunks[1].packedSize) / float(256 + 64) * 100.0);
     v3code0.version = 3;
     v3code0.compressionCode = 0;
     v3code0.addGeneral("a.txt", "abc");
@@ -349,25 +417,58 @@ void TestWinOps::load_data()
     const QStringList noInfo = {"", "", ""}, error = {"BA2 Error.", "", ""};
     const QString one = "1 file " + kRecommended, aborted = "info|Read Files.|Aborted.";
 
-    auto row = [](const char* name, const LoadCase& c) { QTest::newRow(name) << c; };
+    auto row = [](const char* name, const LoadCase& c) {
+        QTest::newRow(name) << c;
+    };
     row("open v1 zlib", {"open", v1.build(), info1, names1, "E-CL", {}, "earlier", 0});
-    row("open one file v2 stored", {"open", v2.build(),
-        {"BA2 Ver.2 (1 file)", "Format: General", "Compression: Non"}, {"sound/x.wav"}, "E-CL", {}, "earlier", 0});
-    row("open texture v3 lz4", {"open", v3.build(),
-        {"BA2 Ver.3 (1 file)", "Format: DDS(Texture)", QString::asprintf("Compression: LZ4 (%3.2f%%)", ratio3)},
-        {"textures/t.dds"}, "E-CL", {}, "earlier", 0});
+    row("open one file v2 stored",
+        {"open",
+         v2.build(),
+         {"BA2 Ver.2 (1 file)", "Format: General", "Compression: Non"},
+         {"sound/x.wav"},
+         "E-CL",
+         {},
+         "earlier",
+         0});
+    row("open texture v3 lz4",
+        {"open",
+         v3.build(),
+         {"BA2 Ver.3 (1 file)", "Format: DDS(Texture)",
+          QString::asprintf("Compression: LZ4 (%3.2f%%)", ratio3)},
+         {"textures/t.dds"},
+         "E-CL",
+         {},
+         "earlier",
+         0});
     row("drop archive", {"drop", v1.build(), info1, names1, "E-CL", {}, "", 0});
     row("startup archive", {"startup", v1.build(), info1, names1, "E-CL", {}, "", 0});
     // A .ba2 that is no archive: gathered, but through Open Archive neither listed nor assessed.
     row("open no archive", {"open", "hello, no archive", noInfo, {}, "---L", {}, "earlier", 1});
-    row("drop no archive", {"drop", "hello, no archive", noInfo, {"mixed.ba2"}, "-ACL", {}, one, 1});
+    row("drop no archive",
+        {"drop", "hello, no archive", noInfo, {"mixed.ba2"}, "-ACL", {}, one, 1});
     row("drop three bytes", {"drop", "BTD", noInfo, {"mixed.ba2"}, "-ACL", {}, one, 1});
-    row("open refused v3 code 0", {"open", v3code0.build(), error, {}, "---L",
-        {"warn|This is Ver3-BA2 of a kind not yet supported.(code:0)|Please report to the author."}, "earlier", 0});
-    row("drop refused 17 chunks", {"drop", chunks.build(), error, {}, "---L",
-        {"warn|The maximum number of chunks that Zarnel can process is 16.|", kReadError}, "", 0});
+    row("open refused v3 code 0",
+        {"open",
+         v3code0.build(),
+         error,
+         {},
+         "---L",
+         {"warn|This is Ver3-BA2 of a kind not yet supported.(code:0)|Please report to the "
+          "author."},
+         "earlier",
+         0});
+    row("drop refused 17 chunks",
+        {"drop",
+         chunks.build(),
+         error,
+         {},
+         "---L",
+         {"warn|The maximum number of chunks that Zarnel can process is 16.|", kReadError},
+         "",
+         0});
     row("startup refused type", {"startup", unknownType, error, {}, "---L", {kReadError}, "", 0});
-    row("drop refused no files", {"drop", testutil::Ba2Builder().build(), error, {}, "---L", {kReadError}, "", 0});
+    row("drop refused no files",
+        {"drop", testutil::Ba2Builder().build(), error, {}, "---L", {kReadError}, "", 0});
     row("drop folder", {"drop", QByteArray(), noInfo, kGeneralOrder, "-ACL", {}, kSix, 6});
     row("select folder", {"select", QByteArray(), noInfo, kGeneralOrder, "-ACL", {}, kSix, 6});
     row("startup folder", {"startup", QByteArray(), noInfo, kGeneralOrder, "-ACL", {}, kSix, 6});
@@ -381,14 +482,16 @@ void TestWinOps::load()
     QFETCH(LoadCase, c);
     // Mixed case on purpose: the file is opened by its real name, and the suffix test ignores case.
     const QString file = path(c.content.isNull() ? "Data" : "Arc/Mixed.BA2");
-    QVERIFY(c.content.isNull() ? writeTree(work->path(), generalTree()) : testutil::writeFile(file, c.content));
+    QVERIFY(c.content.isNull() ? writeTree(work->path(), generalTree())
+                               : testutil::writeFile(file, c.content));
     QVERIFY(testutil::writeFile(path("Other/extra.txt"), "x"));
     // The reading dialog is cancelled after three files where the load is to be aborted.
     const bool cancel = c.boxes.contains(QStringLiteral("info|Read Files.|Aborted."));
     std::unique_ptr<Canceller> canceller;
     auto arm = [&](MainWindow& w) {
         if (cancel)
-            canceller = std::make_unique<Canceller>("Reading Files...", [&w] { return w.sources.size() >= 3; });
+            canceller = std::make_unique<Canceller>("Reading Files...",
+                                                    [&w] { return w.sources.size() >= 3; });
     };
     std::unique_ptr<MainWindow> w;
     if (c.route == "startup") {
@@ -397,7 +500,7 @@ void TestWinOps::load()
     } else {
         w = startWindow();
         arm(*w);
-        w->statusBar()->showMessage("earlier");  // a drop clears it; the other routes leave it
+        w->statusBar()->showMessage("earlier"); // a drop clears it; the other routes leave it
         if (c.route == "drop") drop(*w, {file});
         dialogs->answers << file;
         if (c.route == "open") w->ui->pushButton_File->click();
@@ -417,10 +520,10 @@ void TestWinOps::load()
     const bool cleared = !c.boxes.filter("Read Files.").isEmpty() && c.route != "startup";
     QCOMPARE(w->ui->lineEdit_SrcFile->text(), cleared ? kHint : file);
     if (c.route == "open") {
-        QCOMPARE(dialogs->asked, QStringList{"open Open Archive||BA2 Archive (*.ba2)"});
+        QCOMPARE(dialogs->asked, QStringList {"open Open Archive||BA2 Archive (*.ba2)"});
         QCOMPARE(setting("OpenArchiveDir").toString(), path("Arc/"));
     } else if (c.route == "select") {
-        QCOMPARE(dialogs->asked, QStringList{"dir Pick a folder to Archive||3"});
+        QCOMPARE(dialogs->asked, QStringList {"dir Pick a folder to Archive||3"});
         QCOMPARE(setting("DropFileDir").toString(), work->path());
     }
 }
@@ -430,7 +533,9 @@ void TestWinOps::create_data()
     QTest::addColumn<CreateCase>("c");
     const QList<int> assisted = {-1, -1, -1, -1};
     const QStringList complete = {"info|Save Archive|Complete."};
-    auto row = [](const char* name, const CreateCase& c) { QTest::newRow(name) << c; };
+    auto row = [](const char* name, const CreateCase& c) {
+        QTest::newRow(name) << c;
+    };
     row("general, assisted v2 zlib 1", {"general", assisted, "0,2,1,1", complete, kSix});
     row("general v1 stored", {"general", {-1, 0, 9, -1}, "0,1,0,1", complete, kSix});
     row("textures, assisted v3 lz4", {"textures", assisted, "1,3,1,1", complete, kAllDds});
@@ -438,9 +543,14 @@ void TestWinOps::create_data()
     row("textures v1 zlib 6", {"textures", {-1, 0, 5, -1}, "1,1,6,1", complete, kAllDds});
     row("cancelled", {"cancel", assisted, {}, {"info|Save Archive|Aborted."}, kSix});
     row("texture format of non-DDS files",
-        {"general", {1, -1, -1, -1}, {}, {"warn|Save Archive|Save Archive Error.\n DDS File Error."}, kSix});
+        {"general",
+         {1, -1, -1, -1},
+         {},
+         {"warn|Save Archive|Save Archive Error.\n DDS File Error."},
+         kSix});
     // What a settings file with "Format=5" or "Version=7" leaves: combos showing no item.
-    const QStringList unchosen = {"warn|Save Archive|Save Archive Error.\n Choose a format and a version."};
+    const QStringList unchosen
+        = {"warn|Save Archive|Save Archive Error.\n Choose a format and a version."};
     row("no version chosen", {"general", {-1, -2, -1, -1}, {}, unchosen, kSix});
     row("no format chosen", {"textures", {-2, -1, -1, -1}, {}, unchosen, kAllDds});
     // The writer refuses an empty list without a word.
@@ -454,12 +564,14 @@ void TestWinOps::create()
     QVERIFY(!dds.isEmpty());
     const bool textures = c.tree == "textures";
     const QString folder = path(textures ? "Tex" : "Data"), out = path("out");
-    const Tree tree = textures ? Tree{{"Tex/Stone.dds", dds}, {"Tex/armor/plate.dds", dds}} : generalTree();
-    QVERIFY(QDir().mkpath(out) && QDir().mkpath(folder) && (c.tree == "empty" || writeTree(work->path(), tree)));
+    const Tree tree
+        = textures ? Tree {{"Tex/Stone.dds", dds}, {"Tex/armor/plate.dds", dds}} : generalTree();
+    QVERIFY(QDir().mkpath(out) && QDir().mkpath(folder)
+            && (c.tree == "empty" || writeTree(work->path(), tree)));
     auto w = startWindow();
     drop(*w, {folder});
-    const QList<QComboBox*> combos = {w->ui->comboBox_Format, w->ui->comboBox_Ver, w->ui->comboBox_zlibComp,
-                                      w->ui->comboBox_LZ4Comp};
+    const QList<QComboBox*> combos = {w->ui->comboBox_Format, w->ui->comboBox_Ver,
+                                      w->ui->comboBox_zlibComp, w->ui->comboBox_LZ4Comp};
     for (int i = 0; i < 4; ++i)
         if (c.picks[i] >= 0) choose(combos[i], c.picks[i]);
     if (c.picks[0] == -2) w->archiveFormat = 5;
@@ -471,22 +583,25 @@ void TestWinOps::create()
     w->ui->pushButton_Archive->click();
 
     QVERIFY(!canceller || canceller->fired);
-    QCOMPARE(dialogs->asked, QStringList{"save Save Archive||BA2 Archive (*.ba2)"});
+    QCOMPARE(dialogs->asked, QStringList {"save Save Archive||BA2 Archive (*.ba2)"});
     QCOMPARE(dialogs->boxes, c.boxes);
     QCOMPARE(w->statusBar()->currentMessage(), c.status);
     QCOMPARE(controls(*w), QStringLiteral("-ACL"));
     QCOMPARE(w->ui->lineEdit_SrcFile->text(), folder);
     QCOMPARE(setting("CreateArchiveDir").toString(), out + '/');
-    QCOMPARE(QDir(out).entryList(QDir::Files), c.settings.isEmpty() ? QStringList() : QStringList{"new.ba2"});
+    QCOMPARE(QDir(out).entryList(QDir::Files),
+             c.settings.isEmpty() ? QStringList() : QStringList {"new.ba2"});
     if (c.settings.isEmpty()) return;
     const QStringList settings = c.settings.split(',');
     QCOMPARE(stored(4), settings);
     const QByteArray bytes = testutil::readFile(out + "/new.ba2");
-    QCOMPARE(bytes.mid(4, 8), char(settings[1].toInt()) + QByteArray(3, '\0') + (textures ? "DX10" : "GNRL"));
+    QCOMPARE(bytes.mid(4, 8),
+             char(settings[1].toInt()) + QByteArray(3, '\0') + (textures ? "DX10" : "GNRL"));
     // The command-line front end writes the same bytes for these settings.
     QProcess cli;
-    cli.start(ZARNEL_CLI_PATH, {"create", "--format", textures ? "texture" : "general", "--version", settings[1],
-                                "--zlib", settings[2], "--lz4", settings[3], "-o", path("ref.ba2"), folder});
+    cli.start(ZARNEL_CLI_PATH,
+              {"create", "--format", textures ? "texture" : "general", "--version", settings[1],
+               "--zlib", settings[2], "--lz4", settings[3], "-o", path("ref.ba2"), folder});
     QVERIFY(cli.waitForFinished(60000));
     QCOMPARE(cli.exitCode(), 0);
     QVERIFY(testutil::readFile(path("ref.ba2")) == bytes);
@@ -494,25 +609,29 @@ void TestWinOps::create()
 
 void TestWinOps::extract_data()
 {
-    QTest::addColumn<QString>("run");  // how the folder is chosen: plain, slash or cancel
+    QTest::addColumn<QString>("run"); // how the folder is chosen: plain, slash or cancel
     QTest::addColumn<QByteArray>("archive");
     QTest::addColumn<QString>("box");
-    QTest::addColumn<Tree>("output");  // in out/ afterwards
+    QTest::addColumn<Tree>("output"); // in out/ afterwards
     Tree extracted;
     const Tree tree = generalTree();
-    for (auto it = tree.begin(); it != tree.end(); ++it) extracted[it.key().toLower()] = it.value();
+    for (auto it = tree.begin(); it != tree.end(); ++it)
+        extracted[it.key().toLower()] = it.value();
     testutil::Ba2Builder b;
     b.addGeneral("good.txt", "fine", Pack::Stored);
     testutil::TestEntry& bad = b.addGeneral("bad.txt", testutil::patternBytes(4000, 3), Pack::Zlib);
     bad.stored[bad.stored.size() / 2] = char(bad.stored[bad.stored.size() / 2] ^ 0x55);
     bad.stored[2] = char(0xFF);
-    QTest::newRow("extract") << "plain" << generalArchive() << "info|Extract All|Complete." << extracted;
+    QTest::newRow("extract") << "plain" << generalArchive() << "info|Extract All|Complete."
+                             << extracted;
     // A chosen folder that already ends in '/' gets no second one.
-    QTest::newRow("folder with slash") << "slash" << generalArchive() << "info|Extract All|Complete." << extracted;
-    QTest::newRow("cancelled") << "cancel" << generalArchive() << "info|Extract All|Aborted." << Tree();
-    QTest::newRow("corrupt zlib block") << "plain" << b.build()
-                                        << "warn|Extract All|Extract All Error.\n Decompress(zlib) Error."
-                                        << Tree{{"good.txt", "fine"}, {"bad.txt", ""}};  // as far as written
+    QTest::newRow("folder with slash")
+        << "slash" << generalArchive() << "info|Extract All|Complete." << extracted;
+    QTest::newRow("cancelled") << "cancel" << generalArchive() << "info|Extract All|Aborted."
+                               << Tree();
+    QTest::newRow("corrupt zlib block")
+        << "plain" << b.build() << "warn|Extract All|Extract All Error.\n Decompress(zlib) Error."
+        << Tree {{"good.txt", "fine"}, {"bad.txt", ""}}; // as far as written
 }
 
 void TestWinOps::extract()
@@ -532,9 +651,10 @@ void TestWinOps::extract()
 
     QVERIFY(!canceller || canceller->fired);
     QCOMPARE(dialogs->asked.last(), QStringLiteral("dir Pick a folder to extract to||3"));
-    QCOMPARE(dialogs->boxes, QStringList{box});
+    QCOMPARE(dialogs->boxes, QStringList {box});
     const bool complete = box.endsWith("Complete.");
-    QCOMPARE(w->statusBar()->currentMessage(), complete ? QString(" Extract All Complete!") : " Extract All Error!");
+    QCOMPARE(w->statusBar()->currentMessage(),
+             complete ? QString(" Extract All Complete!") : " Extract All Error!");
     QCOMPARE(readTree(out), output);
     QCOMPARE(controls(*w), QStringLiteral("E-CL"));
     QCOMPARE(setting("ExtractAllDir").toString(), out + '/');
@@ -544,25 +664,31 @@ void TestWinOps::extract()
 
 void TestWinOps::listViews_data()
 {
-    QTest::addColumn<bool>("archive");  // or a folder of files
+    QTest::addColumn<bool>("archive"); // or a folder of files
     QTest::addColumn<int>("count");
     QTest::addColumn<QString>("view");
     QTest::addColumn<int>("items");
     QTest::addColumn<QString>("last");
     const QString cut = "<<< This is an abbreviated list view >>>";
-    const QString archiveMarker = "<<< All data is loaded, although the list is not displayed to speed things up.>>>";
-    const QString sourcesMarker =
-        "<<< All data is loaded, although the list is not displayed to Improve performance.>>>";
+    const QString archiveMarker
+        = "<<< All data is loaded, although the list is not displayed to speed things up.>>>";
+    const QString sourcesMarker
+        = "<<< All data is loaded, although the list is not displayed to Improve performance.>>>";
     QTest::newRow("archive 1001, max 1000") << true << 1001 << "action_1000_Items" << 1001 << cut;
-    QTest::newRow("archive 1000, max 1000") << true << 1000 << "action_1000_Items" << 1000 << "1,000: f0999.txt";
-    QTest::newRow("archive 1234, full") << true << 1234 << "action_Full" << 1234 << "1,234: f1233.txt";
+    QTest::newRow("archive 1000, max 1000")
+        << true << 1000 << "action_1000_Items" << 1000 << "1,000: f0999.txt";
+    QTest::newRow("archive 1234, full")
+        << true << 1234 << "action_Full" << 1234 << "1,234: f1233.txt";
     QTest::newRow("archive, not shown") << true << 5 << "action_NotShown" << 1 << archiveMarker;
     QTest::newRow("folder 1001, max 1000") << false << 1001 << "action_1000_Items" << 1001 << cut;
-    QTest::newRow("folder 1000, max 1000") << false << 1000 << "action_1000_Items" << 1000 << "1,000: big/f0999.txt";
-    QTest::newRow("folder 1001, full") << false << 1001 << "action_Full" << 1001 << "1,001: big/f1000.txt";
+    QTest::newRow("folder 1000, max 1000")
+        << false << 1000 << "action_1000_Items" << 1000 << "1,000: big/f0999.txt";
+    QTest::newRow("folder 1001, full")
+        << false << 1001 << "action_Full" << 1001 << "1,001: big/f1000.txt";
     QTest::newRow("folder, not shown") << false << 3 << "action_NotShown" << 1 << sourcesMarker;
     QTest::newRow("empty folder, full") << false << 0 << "action_Full" << 0 << "";
-    QTest::newRow("empty folder, not shown") << false << 0 << "action_NotShown" << 1 << sourcesMarker;
+    QTest::newRow("empty folder, not shown")
+        << false << 0 << "action_NotShown" << 1 << sourcesMarker;
 }
 
 void TestWinOps::listViews()
@@ -574,7 +700,9 @@ void TestWinOps::listViews()
     QFETCH(QString, last);
     auto w = startWindow();
     w->findChild<QAction*>(view)->trigger();
-    auto name = [&](int i) { return (archive ? "" : "big/") + QStringLiteral("f%1.txt").arg(i, 4, 10, QChar('0')); };
+    auto name = [&](int i) {
+        return (archive ? "" : "big/") + QStringLiteral("f%1.txt").arg(i, 4, 10, QChar('0'));
+    };
     testutil::Ba2Builder b;
     QVERIFY(QDir().mkpath(path("big")));
     for (int i = 0; i < count; ++i)
@@ -587,7 +715,8 @@ void TestWinOps::listViews()
     QCOMPARE(texts.size(), items);
     QCOMPARE(texts.value(items - 1), last);
     if (view != "action_NotShown" && count > 0)
-        QCOMPARE((QStringList{texts.first(), texts[999]}), (QStringList{"1: " + name(0), "1,000: " + name(999)}));
+        QCOMPARE((QStringList {texts.first(), texts[999]}),
+                 (QStringList {"1: " + name(0), "1,000: " + name(999)}));
 }
 
 void TestWinOps::assistance_data()
@@ -595,20 +724,29 @@ void TestWinOps::assistance_data()
     // The rules themselves are tabled with the core; these rows prove the window applies them.
     QTest::addColumn<QStringList>("files");
     QTest::addColumn<bool>("assist");
-    QTest::addColumn<bool>("version3");  // texture format and version 3 chosen before loading
+    QTest::addColumn<bool>("version3"); // texture format and version 3 chosen before loading
     QTest::addColumn<QString>("message");
-    QTest::addColumn<QString>("settings");  // Format, Version, zlib, LZ4 afterwards, and "v3" if selectable
-    const QString notDds = "* Assistance * some files are not DDS, they cannot be archived in texture format.";
-    QTest::newRow("all textures") << QStringList{"a.dds", "b.DDS"} << true << false << kAllDds << "1,3,1,1,v3";
-    QTest::newRow("sound kinds") << QStringList{"a.fuz", "b.wav", "c.xwm", "d.wem"} << true << false
-        << "4 files * assistance * 'No compression' selected, because some files do not work when compressed.("
-           ".wem.fuz.xwm.wav.swf)" << "0,2,0,1";
-    QTest::newRow("off: textures and other") << QStringList{"a.dds", "b.txt"} << false << false << "2 files " + notDds
-                                             << "0,1,1,1";
-    QTest::newRow("off: all textures") << QStringList{"a.dds"} << false << false << "1 file " << "0,1,1,1,v3";
+    QTest::addColumn<QString>(
+        "settings"); // Format, Version, zlib, LZ4 afterwards, and "v3" if selectable
+    const QString notDds
+        = "* Assistance * some files are not DDS, they cannot be archived in texture format.";
+    QTest::newRow("all textures") << QStringList {"a.dds", "b.DDS"} << true << false << kAllDds
+                                  << "1,3,1,1,v3";
+    QTest::newRow("sound kinds") << QStringList {"a.fuz", "b.wav", "c.xwm", "d.wem"} << true
+                                 << false
+                                 << "4 files * assistance * 'No compression' selected, because "
+                                    "some files do not work when compressed.("
+                                    ".wem.fuz.xwm.wav.swf)"
+                                 << "0,2,0,1";
+    QTest::newRow("off: textures and other")
+        << QStringList {"a.dds", "b.txt"} << false << false << "2 files " + notDds << "0,1,1,1";
+    QTest::newRow("off: all textures") << QStringList {"a.dds"} << false << false << "1 file "
+                                       << "0,1,1,1,v3";
     // Version 3 holds textures only, with or without assistance.
-    QTest::newRow("off: version 3, general") << QStringList{"a.nif"} << false << true << "1 file " << "1,2,1,1";
-    QTest::newRow("off: version 3, textures") << QStringList{"a.dds"} << false << true << "1 file " << "1,3,1,1,v3";
+    QTest::newRow("off: version 3, general") << QStringList {"a.nif"} << false << true << "1 file "
+                                             << "1,2,1,1";
+    QTest::newRow("off: version 3, textures") << QStringList {"a.dds"} << false << true << "1 file "
+                                              << "1,3,1,1,v3";
 }
 
 void TestWinOps::assistance()
@@ -618,7 +756,8 @@ void TestWinOps::assistance()
     QFETCH(bool, version3);
     QFETCH(QString, message);
     QFETCH(QString, settings);
-    for (const QString& f : files) QVERIFY(testutil::writeFile(path("Mix/" + f), "data"));
+    for (const QString& f : files)
+        QVERIFY(testutil::writeFile(path("Mix/" + f), "data"));
     auto w = startWindow();
     const Ui::MainWindow& ui = *w->ui;
     if (!assist) ui.checkBox_assist->click();
@@ -628,9 +767,12 @@ void TestWinOps::assistance()
     }
     drop(*w, {path("Mix")});
     QCOMPARE(w->statusBar()->currentMessage(), message);
-    const bool ver3 = qobject_cast<QStandardItemModel*>(ui.comboBox_Ver->model())->item(2)->isEnabled();
+    const bool ver3
+        = qobject_cast<QStandardItemModel*>(ui.comboBox_Ver->model())->item(2)->isEnabled();
     QCOMPARE(stored(4).join(',') + (ver3 ? ",v3" : ""), settings);
-    QCOMPARE(QString("%1,%2").arg(ui.comboBox_Format->currentIndex()).arg(ui.comboBox_Ver->currentIndex() + 1),
+    QCOMPARE(QString("%1,%2")
+                 .arg(ui.comboBox_Format->currentIndex())
+                 .arg(ui.comboBox_Ver->currentIndex() + 1),
              settings.left(3));
     QCOMPARE(controls(*w), QStringLiteral("-ACL"));
 }
@@ -643,7 +785,9 @@ void TestWinOps::gathering()
     for (const char* name : {"a.ba2", "one/First.ba2", "two/second.ba2"})
         QVERIFY(testutil::writeFile(path(name), b.build()));
     QVERIFY(writeTree(work->path(), generalTree()));
-    QVERIFY(writeTree(work->path(), {{"Other/Data/b.txt", "dup"}, {"Other/Data/new.txt", "new"}, {"Single.nif", "1"}}));
+    QVERIFY(writeTree(
+        work->path(),
+        {{"Other/Data/b.txt", "dup"}, {"Other/Data/new.txt", "new"}, {"Single.nif", "1"}}));
     auto w = startWindow();
     // An empty answer counts as a cancelled dialog: nothing happens.
     dialogs->answers << path("a.ba2") << QString();
@@ -660,16 +804,17 @@ void TestWinOps::gathering()
     drop(*w, {path("Data")});
     QCOMPARE(listTexts(*w), numbered(kGeneralOrder));
     QCOMPARE(controls(*w), QStringLiteral("-ACL"));
-    QCOMPARE(infoLines(*w), (QStringList{"", "", ""}));
+    QCOMPARE(infoLines(*w), (QStringList {"", "", ""}));
     QVERIFY(w->readerActive);
     // With no answer queued these dialogs change nothing either.
     const QByteArray ini = readIni();
     w->ui->pushButton_Archive->click();
     w->ui->action_Open_Archive->trigger();
     w->ui->action_Create_Archive_from_Folder->trigger();
-    QCOMPARE(dialogs->asked.mid(2), (QStringList{"save Save Archive||BA2 Archive (*.ba2)",
-                                                 "open Open Archive|" + work->path() + "/|BA2 Archive (*.ba2)",
-                                                 "dir Pick a folder to Archive||3"}));
+    QCOMPARE(dialogs->asked.mid(2),
+             (QStringList {"save Save Archive||BA2 Archive (*.ba2)",
+                           "open Open Archive|" + work->path() + "/|BA2 Archive (*.ba2)",
+                           "dir Pick a folder to Archive||3"}));
     QCOMPARE(readIni(), ini);
     QCOMPARE(listTexts(*w), numbered(kGeneralOrder));
     QCOMPARE(controls(*w), QStringLiteral("-ACL"));
@@ -685,14 +830,17 @@ void TestWinOps::gathering()
     QVERIFY(w->readerActive && w->sources.isEmpty());
 
     drop(*w, {path("Data")});
-    drop(*w, {path("Data")});  // nothing new: every relative path is already there
+    drop(*w, {path("Data")}); // nothing new: every relative path is already there
     QCOMPARE(listTexts(*w), numbered(kGeneralOrder));
 
     // A same-named folder elsewhere adds only what is new; paths dropped together are all
     // sources by their bare names, archives too.
-    drop(*w, {path("Other/Data"), path("Single.nif"), path("two/second.ba2"), path("one/First.ba2")});
-    QCOMPARE(listTexts(*w), numbered(QStringList{"first.ba2", "second.ba2", "single.nif"} + kGeneralOrder.mid(0, 4)
-                                     + QStringList{"data/new.txt"} + kGeneralOrder.mid(4)));
+    drop(*w,
+         {path("Other/Data"), path("Single.nif"), path("two/second.ba2"), path("one/First.ba2")});
+    QCOMPARE(listTexts(*w),
+             numbered(QStringList {"first.ba2", "second.ba2", "single.nif"}
+                      + kGeneralOrder.mid(0, 4) + QStringList {"data/new.txt"}
+                      + kGeneralOrder.mid(4)));
     QCOMPARE(w->statusBar()->currentMessage(), "10 files " + kRecommended);
 
     // The next Select Folder starts in the remembered parent; a path that cannot become a
@@ -701,7 +849,7 @@ void TestWinOps::gathering()
     w->ui->pushButton_SelFolder->click();
     w->ui->pushButton_SelFolder->click();
     QCOMPARE(dialogs->asked.last(), "dir Pick a folder to Archive|" + path("Other") + "|3");
-    QCOMPARE(dialogs->boxes, QStringList{"info|Read Files.|File Error"});
+    QCOMPARE(dialogs->boxes, QStringList {"info|Read Files.|File Error"});
     QCOMPARE(listTexts(*w), QStringList());
     QVERIFY(w->sources.isEmpty());
     QCOMPARE(controls(*w), QStringLiteral("---L"));
@@ -710,26 +858,39 @@ void TestWinOps::gathering()
 void TestWinOps::settings_data()
 {
     QTest::addColumn<SettingsCase>("c");
-    const QByteArray valid = "Format=1\nVersion=3\nzlibCompressionLevel=9\nLZ4CompressionLevel=2\n"
-                             "CreateAssistance=1\nSaveStringTable=1\nMaxChunkCount=4\n"
-                             "SingleMipChunkAreaWidth=512\nSingleMipChunkAreaHeight=512\nListView=2\nTheme=0\n"
-                             "ExtractAllDir=/x/\nOpenArchiveDir=\"/srv/\\x65e5\\x672c/ \\xfc, ;/\"\n";
-    const QStringList validMembers = {"1", "3", "9", "2", "1", "1", "4", "512", "512", "2", "0",
-                                      "/x/", "/srv/日本/ ü, ;/", "", ""};
+    const QByteArray valid
+        = "Format=1\nVersion=3\nzlibCompressionLevel=9\nLZ4CompressionLevel=2\n"
+          "CreateAssistance=1\nSaveStringTable=1\nMaxChunkCount=4\n"
+          "SingleMipChunkAreaWidth=512\nSingleMipChunkAreaHeight=512\nListView=2\nTheme=0\n"
+          "ExtractAllDir=/x/\nOpenArchiveDir=\"/srv/\\x65e5\\x672c/ \\xfc, ;/\"\n";
+    const QStringList validMembers
+        = {"1", "3", "9", "2", "1", "1", "4", "512", "512", "2", "0", "/x/", "/srv/日本/ ü, ;/",
+           "",  ""};
     // At start-up: the valid file with one entry replaced, and the members with one value replaced.
-    auto startup = [&](const char* name, const QByteArray& from, const QByteArray& to, int key, const char* value,
-                       bool rewritten) {
+    auto startup = [&](const char* name, const QByteArray& from, const QByteArray& to, int key,
+                       const char* value, bool rewritten) {
         QStringList expected = validMembers;
         expected[key] = value;
-        QTest::newRow(name) << SettingsCase{QByteArray(valid).replace(from, to), {}, 0, expected, rewritten};
+        QTest::newRow(name) << SettingsCase {
+            QByteArray(valid).replace(from, to), {}, 0, expected, rewritten};
     };
-    QTest::newRow("no file") << SettingsCase{{}, {}, 0, {"0", "1", "1", "1", "1", "1", "4", "512", "512", "1", "1",
-                                                         "", "", "", ""}, true};
-    QTest::newRow("only Theme=1") << SettingsCase{"Theme=1\n", {}, 0, {"0", "0", "0", "0", "0", "0", "4", "512",
-                                                                       "512", "0", "1", "", "", "", ""}, true};
+    QTest::newRow("no file") << SettingsCase {
+        {},
+        {},
+        0,
+        {"0", "1", "1", "1", "1", "1", "4", "512", "512", "1", "1", "", "", "", ""},
+        true};
+    QTest::newRow("only Theme=1") << SettingsCase {
+        "Theme=1\n",
+        {},
+        0,
+        {"0", "0", "0", "0", "0", "0", "4", "512", "512", "0", "1", "", "", "", ""},
+        true};
     startup("all valid", "Theme=0", "Theme=0", 10, "0", false);
-    startup("zlib key capitalised, 12", "zlibCompressionLevel=9", "ZlibCompressionLevel=12", 2, "1", true);
-    startup("zlib key upper case", "zlibCompressionLevel=9", "ZLIBCOMPRESSIONLEVEL=0", 2, "0", false);
+    startup("zlib key capitalised, 12", "zlibCompressionLevel=9", "ZlibCompressionLevel=12", 2, "1",
+            true);
+    startup("zlib key upper case", "zlibCompressionLevel=9", "ZLIBCOMPRESSIONLEVEL=0", 2, "0",
+            false);
     startup("zlib -1", "zlibCompressionLevel=9", "zlibCompressionLevel=-1", 2, "1", true);
     startup("lz4 3", "LZ4CompressionLevel=2", "LZ4CompressionLevel=3", 3, "1", true);
     startup("assist 5", "CreateAssistance=1", "CreateAssistance=5", 4, "0", true);
@@ -748,17 +909,36 @@ void TestWinOps::settings_data()
     startup("format not a number", "Format=1", "Format=abc", 0, "0", false);
 
     // A choice made in the window, from a valid file with the given format and version.
-    auto choice = [](const char* name, int format, int version, const char* control, int index, int key,
-                     int value, bool written, bool warned = false) {
-        QStringList expected = {QString::number(format), QString::number(version), "1", "1", "1", "1", "4", "512",
-                                "512", "1", "1", "", "", "", ""};
+    auto choice = [](const char* name, int format, int version, const char* control, int index,
+                     int key, int value, bool written, bool warned = false) {
+        QStringList expected = {QString::number(format),
+                                QString::number(version),
+                                "1",
+                                "1",
+                                "1",
+                                "1",
+                                "4",
+                                "512",
+                                "512",
+                                "1",
+                                "1",
+                                "",
+                                "",
+                                "",
+                                ""};
         expected[key] = QString::number(value);
-        if (QByteArray(control) == "comboBox_Format") expected[0] = QString::number(index);  // stored as chosen
-        const QByteArray file = QStringLiteral("Format=%1\nVersion=%2\nzlibCompressionLevel=1\nLZ4CompressionLevel=1\n"
-                                               "CreateAssistance=1\nSaveStringTable=1\nMaxChunkCount=4\n"
-                                               "SingleMipChunkAreaWidth=512\nSingleMipChunkAreaHeight=512\n"
-                                               "ListView=1\nTheme=1\n").arg(format).arg(version).toLatin1();
-        QTest::newRow(name) << SettingsCase{file, control, index, expected, written, warned};
+        if (QByteArray(control) == "comboBox_Format")
+            expected[0] = QString::number(index); // stored as chosen
+        const QByteArray file
+            = QStringLiteral(
+                  "Format=%1\nVersion=%2\nzlibCompressionLevel=1\nLZ4CompressionLevel=1\n"
+                  "CreateAssistance=1\nSaveStringTable=1\nMaxChunkCount=4\n"
+                  "SingleMipChunkAreaWidth=512\nSingleMipChunkAreaHeight=512\n"
+                  "ListView=1\nTheme=1\n")
+                  .arg(format)
+                  .arg(version)
+                  .toLatin1();
+        QTest::newRow(name) << SettingsCase {file, control, index, expected, written, warned};
     };
     choice("format same", 0, 1, "comboBox_Format", 0, 0, 0, false);
     choice("format texture", 0, 1, "comboBox_Format", 1, 0, 1, true);
@@ -798,8 +978,11 @@ void TestWinOps::settings()
         choose(combo, c.index);
     } else if (auto* action = qobject_cast<QAction*>(target)) {
         // A disabled action ignores trigger(), so its handler is called the way a connection would.
-        if (action->isEnabled()) action->trigger();
-        else QVERIFY(QMetaObject::invokeMethod(window.get(), qPrintable("on_" + c.control + "_triggered")));
+        if (action->isEnabled())
+            action->trigger();
+        else
+            QVERIFY(QMetaObject::invokeMethod(window.get(),
+                                              qPrintable("on_" + c.control + "_triggered")));
     } else if (target == ui.checkBox_assist) {
         ui.checkBox_assist->click();
     } else if (target) {
@@ -820,15 +1003,18 @@ void TestWinOps::settings()
         // everything outside ASCII.
         const QByteArray ini = readIni();
         QVERIFY(ini.startsWith("[General]"));
-        for (char ch : ini) QVERIFY(uchar(ch) < 0x80);
-        QCOMPARE(QSettings(QStringLiteral("Zarnel.ini"), QSettings::IniFormat).allKeys().size(), 15);
+        for (char ch : ini)
+            QVERIFY(uchar(ch) < 0x80);
+        QCOMPARE(QSettings(QStringLiteral("Zarnel.ini"), QSettings::IniFormat).allKeys().size(),
+                 15);
         QCOMPARE(stored(), c.expected);
     }
     // One list view and one theme are checked, and the next start shows the same choices.
     const QStringList before = shown(*window);
     QCOMPARE(before.size(), 7);
     if (auto* action = qobject_cast<QAction*>(target))
-        QVERIFY(before.contains(c.control == "action_Theme_Fallout" ? QStringLiteral("Starfield") : action->text()));
+        QVERIFY(before.contains(c.control == "action_Theme_Fallout" ? QStringLiteral("Starfield")
+                                                                    : action->text()));
     window.reset();
     QCOMPARE(shown(*startWindow()), before);
 }
@@ -850,16 +1036,22 @@ void TestWinOps::themes()
     QCOMPARE(window->isVisible(), starfield);
     window->show();
     QVERIFY(QTest::qWaitForWindowExposed(window.get()));
-    for (QFrame* line : {ui.line_1, ui.line_2, ui.line_3, ui.line_4}) QCOMPARE(line->isVisible(), starfield);
+    for (QFrame* line : {ui.line_1, ui.line_2, ui.line_3, ui.line_4})
+        QCOMPARE(line->isVisible(), starfield);
 
     // Each stripe draws a 10-pixel line through its middle; line_1 lies on top of line_2. The
     // lowest band begins at 446, just above where a tall status bar may cut the central area.
     const QImage image = ui.centralwidget->grab().toImage();
-    const QVector<QPair<QPoint, QString>> colours = {{{100, 420}, "#d5aa60"}, {{100, 430}, "#e16136"},
-                                                     {{100, 440}, "#c72238"}, {{100, 447}, "#2f4c79"},
-                                                     {{300, 245}, "#4a668c"}};  // the last: window background
-    for (const auto& c : colours) QCOMPARE(image.pixelColor(c.first).name() == c.second, starfield);
-    QCOMPARE(ui.listWidget_Files->grab().toImage().pixelColor(400, 100).name() == "#253747", starfield);
+    const QVector<QPair<QPoint, QString>> colours
+        = {{{100, 420}, "#d5aa60"},
+           {{100, 430}, "#e16136"},
+           {{100, 440}, "#c72238"},
+           {{100, 447}, "#2f4c79"},
+           {{300, 245}, "#4a668c"}}; // the last: window background
+    for (const auto& c : colours)
+        QCOMPARE(image.pixelColor(c.first).name() == c.second, starfield);
+    QCOMPARE(ui.listWidget_Files->grab().toImage().pixelColor(400, 100).name() == "#253747",
+             starfield);
     if (!starfield) {
         QVERIFY(ui.menubar->styleSheet().isEmpty());
         return;
@@ -867,7 +1059,8 @@ void TestWinOps::themes()
     QCOMPARE(ui.statusbar->grab().toImage().pixelColor(300, 5).name(), QStringLiteral("#253747"));
     // The style draws a faint frame shade over the group box's own colour.
     const QColor box = ui.groupBox_Extract->grab().toImage().pixelColor(150, 110);
-    QVERIFY2(qAbs(box.red() - 0x4a) <= 3 && qAbs(box.green() - 0x66) <= 3 && qAbs(box.blue() - 0x8c) <= 3,
+    QVERIFY2(qAbs(box.red() - 0x4a) <= 3 && qAbs(box.green() - 0x66) <= 3
+                 && qAbs(box.blue() - 0x8c) <= 3,
              qPrintable(box.name()));
 
     // Choosing another theme stores it but keeps this run's colours.
@@ -876,13 +1069,16 @@ void TestWinOps::themes()
     QCOMPARE(ui.centralwidget->grab().toImage(), image);
 
     // Disabled, the command buttons and the version combo turn gray; enabled, white.
-    QWidget* controls[] = {ui.pushButton_ExtractAll, ui.pushButton_Archive, ui.pushButton_ClearList, ui.comboBox_Ver};
+    QWidget* controls[] = {ui.pushButton_ExtractAll, ui.pushButton_Archive, ui.pushButton_ClearList,
+                           ui.comboBox_Ver};
     ui.comboBox_Ver->setEnabled(false);
-    for (QWidget* w : controls) QVERIFY2(brightest(w) < 200, qPrintable(w->objectName()));
+    for (QWidget* w : controls)
+        QVERIFY2(brightest(w) < 200, qPrintable(w->objectName()));
     window->extractEnabled = window->archiveEnabled = true;
     window->updateUi();
     ui.comboBox_Ver->setEnabled(true);
-    for (QWidget* w : controls) QVERIFY2(brightest(w) > 230, qPrintable(w->objectName()));
+    for (QWidget* w : controls)
+        QVERIFY2(brightest(w) > 230, qPrintable(w->objectName()));
 }
 
 void TestWinOps::helpBoxes()
@@ -901,14 +1097,17 @@ void TestWinOps::helpBoxes()
     // LZ4 note and link (its leading space survives in the source only). Every link shows its
     // own https address; the support button goes where the creator's link goes.
     const QRegularExpression about(QStringLiteral(
-        "^about\\|About this software\\.\\|<span style=\"font-weight:bold\">Zarnel version 1\\.0\\.0</span><br><br>"
-        "- [^<]+ -<br><br>This Mod Site: [^<]+<br><a href=\"(https://[^\"]+)\">\\1</a><br>Creator: [^<]+<br>"
+        "^about\\|About this software\\.\\|<span style=\"font-weight:bold\">Zarnel version "
+        "1\\.0\\.0</span><br><br>"
+        "- [^<]+ -<br><br>This Mod Site: [^<]+<br><a href=\"(https://[^\"]+)\">\\1</a><br>Creator: "
+        "[^<]+<br>"
         "<a href=\"(https://[^\"]+)\">\\2</a><br><br><br>This tool uses LZ4 Library\\.<br> LZ4: "
         "<a href=\"(https://[^\"]+)\">\\3</a>$"));
     const QRegularExpressionMatch m = about.match(dialogs->boxes[0]);
     QVERIFY2(m.hasMatch(), qPrintable(dialogs->boxes[0]));
-    for (int i = 1; i <= 3; ++i) QVERIFY(QUrl(m.captured(i), QUrl::StrictMode).isValid());
-    QCOMPARE(dialogs->urls, QList<QUrl>{QUrl(m.captured(2))});
+    for (int i = 1; i <= 3; ++i)
+        QVERIFY(QUrl(m.captured(i), QUrl::StrictMode).isValid());
+    QCOMPARE(dialogs->urls, QList<QUrl> {QUrl(m.captured(2))});
 }
 
 void TestWinOps::exitEndsProcessWithZero()

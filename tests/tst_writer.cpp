@@ -20,9 +20,12 @@ Q_DECLARE_METATYPE(ZlibEngine)
 namespace {
 
 // Records the writer's progress calls; cancels at the n-th poll (0: never).
-class RecordingProgress : public Progress {
+class RecordingProgress : public Progress
+{
 public:
-    explicit RecordingProgress(int cancelAtPoll = 0) : cancelAt(cancelAtPoll) {}
+    explicit RecordingProgress(int cancelAtPoll = 0)
+        : cancelAt(cancelAtPoll)
+    { }
     void setMinimum(int v) override { minimum = v; }
     void setMaximum(int v) override { maximum = v; }
     void setValue(int v) override { values << v; }
@@ -33,20 +36,23 @@ public:
 
 uint32_t refHash(const QByteArray& bytes)
 {
-    return ~uint32_t(crc32(0xFFFFFFFFul, reinterpret_cast<const Bytef*>(bytes.constData()), uInt(bytes.size())));
+    return ~uint32_t(
+        crc32(0xFFFFFFFFul, reinterpret_cast<const Bytef*>(bytes.constData()), uInt(bytes.size())));
 }
 
 QByteArray le(uint64_t v, int bytes)
 {
     QByteArray b;
-    for (int i = 0; i < bytes; ++i) b.append(char(v >> (8 * i)));
+    for (int i = 0; i < bytes; ++i)
+        b.append(char(v >> (8 * i)));
     return b;
 }
 
 uint64_t getLE(const QByteArray& b, int at, int bytes)
 {
     uint64_t v = 0;
-    for (int i = bytes - 1; i >= 0; --i) v = v << 8 | uint8_t(b[at + i]);
+    for (int i = bytes - 1; i >= 0; --i)
+        v = v << 8 | uint8_t(b[at + i]);
     return v;
 }
 
@@ -54,13 +60,15 @@ uint64_t getLE(const QByteArray& b, int at, int bytes)
 QByteArray makeDds(uint32_t width, uint32_t height, uint32_t mips, uint32_t seed, bool dx10 = false,
                    const char* fourCC = nullptr)
 {
-    QByteArray h = "DDS " + le(124, 4) + le(0x000A1007, 4) + le(height, 4) + le(width, 4) + le(0, 8) + le(mips, 4);
+    QByteArray h = "DDS " + le(124, 4) + le(0x000A1007, 4) + le(height, 4) + le(width, 4) + le(0, 8)
+        + le(mips, 4);
     h += QByteArray(44, '\0') + le(32, 4) + le(0x4, 4);
     h += fourCC ? QByteArray(fourCC, 4) : dx10 ? QByteArray("DX10") : QByteArray("DXT1");
     h += QByteArray(20, '\0') + le(0x1000, 4) + QByteArray(16, '\0');
     if (dx10) h += le(98, 4) + le(3, 4) + le(0, 4) + le(1, 4) + le(0, 4);
     uint64_t size = 0;
-    for (uint32_t m = 0, w = width, hh = height; m < mips; ++m, w = std::max(w / 2, 4u), hh = std::max(hh / 2, 4u))
+    for (uint32_t m = 0, w = width, hh = height; m < mips;
+         ++m, w = std::max(w / 2, 4u), hh = std::max(hh / 2, 4u))
         size += uint64_t(w) * hh / 16 * (dx10 ? 16 : 8);
     return h + testutil::patternBytes(int(size), seed);
 }
@@ -92,15 +100,17 @@ QMap<QString, QByteArray> filesUnder(const QString& folder)
 
 // Writes the archive with one thread and again with three: worker threads may change nothing,
 // not the bytes and not the progress steps.
-bool writeBoth(SourceList& sources, const QString& target, bool texture, int version, int zlib, int lz4,
-               ZlibEngine engine)
+bool writeBoth(SourceList& sources, const QString& target, bool texture, int version, int zlib,
+               int lz4, ZlibEngine engine)
 {
     SourceList again = sources;
     RecordingProgress one, three;
     return writeArchive(sources, target, texture, version, zlib, lz4, one, 1, engine).status == 1
-        && writeArchive(again, target + ".par", texture, version, zlib, lz4, three, 3, engine).status == 1
-        && testutil::readFile(target) == testutil::readFile(target + ".par") && one.values == three.values
-        && !QFileInfo::exists(target + ".Zarneler");
+        && writeArchive(again, target + ".par", texture, version, zlib, lz4, three, 3, engine)
+               .status
+        == 1
+        && testutil::readFile(target) == testutil::readFile(target + ".par")
+        && one.values == three.values && !QFileInfo::exists(target + ".Zarneler");
 }
 
 // The bytes a zlib stream inflates to when they are size bytes long; "<failure>" else.
@@ -108,8 +118,9 @@ QByteArray inflate(const QByteArray& stream, int size)
 {
     QByteArray out(size, '\0');
     uLongf length = uLongf(size);
-    const int rc = uncompress(reinterpret_cast<Bytef*>(out.data()), &length,
-                              reinterpret_cast<const Bytef*>(stream.constData()), uLong(stream.size()));
+    const int rc
+        = uncompress(reinterpret_cast<Bytef*>(out.data()), &length,
+                     reinterpret_cast<const Bytef*>(stream.constData()), uLong(stream.size()));
     return rc == Z_OK && length == uLongf(size) ? out : QByteArray("<failure>");
 }
 
@@ -117,24 +128,26 @@ QByteArray inflate(const QByteArray& stream, int size)
 // Every non-empty block goes through the codec, even when it grows. LZ4 blocks must decode with
 // the library and be its default compressor's (mode 1) or the large-table one's (mode 2); the
 // zlib engine's streams are zlib's own; libdeflate's need only inflate to data.
-bool holds(const QByteArray& a, uint64_t offset, uint32_t packed, const QByteArray& data, int version, int zlib,
-           int lz4, ZlibEngine engine)
+bool holds(const QByteArray& a, uint64_t offset, uint32_t packed, const QByteArray& data,
+           int version, int zlib, int lz4, ZlibEngine engine)
 {
     const QByteArray block = a.mid(int(offset), int(packed ? packed : uint32_t(data.size())));
     if (version == 3 && lz4) {
         QByteArray large(int(lz4Bound(uint64_t(data.size()))), '\0'), out(data.size(), '\0');
         large.resize(compressLz4Large(data.constData(), data.size(), large.data(), large.size()));
         const int n = LZ4_decompress_safe(block.constData(), out.data(), block.size(), out.size());
-        return packed && n == data.size() && out == data && block == (lz4 == 1 ? testutil::lz4Block(data) : large);
+        return packed && n == data.size() && out == data
+            && block == (lz4 == 1 ? testutil::lz4Block(data) : large);
     }
     if (version < 1 || version > 2 || zlib == 0 || data.isEmpty()) return !packed && block == data;
     if (engine == ZlibEngine::Zlib) return block == testutil::zlibStream(data, zlib);
     return packed && inflate(block, data.size()) == data;
 }
 
-}  // namespace
+} // namespace
 
-class TestWriter : public QObject {
+class TestWriter : public QObject
+{
     Q_OBJECT
 private slots:
     void init();
@@ -160,45 +173,51 @@ private:
 void TestWriter::init()
 {
     QVERIFY(tmp.isValid());
-    dir = tmp.path() + "/" + QTest::currentTestFunction() + "_" +
-          QString(QTest::currentDataTag()).replace(QRegularExpression("[^A-Za-z0-9]"), "_");
+    dir = tmp.path() + "/" + QTest::currentTestFunction() + "_"
+        + QString(QTest::currentDataTag()).replace(QRegularExpression("[^A-Za-z0-9]"), "_");
     QVERIFY(QDir().mkpath(dir));
 }
 
 void TestWriter::byteLayout_data()
 {
     QTest::addColumn<bool>("texture");
-    QTest::addColumn<QStringList>("names");  // under dir/in
+    QTest::addColumn<QStringList>("names"); // under dir/in
     QTest::addColumn<QByteArrayList>("contents");
     QTest::addColumn<QByteArray>("expected");
 
     QByteArray g = "BTDX" + le(1, 4) + "GNRL" + le(2, 4) + le(24 + 2 * 36 + 8 + 8, 8);
-    const struct {
+    const struct
+    {
         const char *stem, *ext, *folder;
         uint64_t offset;
     } records[] = {{"readme", "txt", "data", 96}, {"a", "dds", "data\\textures", 104}};
     for (const auto& r : records) {
-        g += le(refHash(r.stem), 4) + QByteArray(r.ext, 4) + le(refHash(r.folder), 4) + le(0x00100100, 4);
+        g += le(refHash(r.stem), 4) + QByteArray(r.ext, 4) + le(refHash(r.folder), 4)
+            + le(0x00100100, 4);
         g += le(r.offset, 8) + le(0, 4) + le(8, 4) + le(0xBAADF00D, 4);
     }
     g += "read me\ntexture!" + le(15, 2) + "data/readme.txt" + le(19, 2) + "data/textures/a.dds";
-    QTest::newRow("general") << false << QStringList{"Data/textures/A.dds", "Data/readme.txt"}
-                             << QByteArrayList{"texture!", "read me\n"} << g;
+    QTest::newRow("general") << false << QStringList {"Data/textures/A.dds", "Data/readme.txt"}
+                             << QByteArrayList {"texture!", "read me\n"} << g;
 
     // a: 1024 x 1024 in three chunks (mip 0, mip 1, mips 2-10); b: 256 x 256 in one.
     const QByteArray big = makeDds(1024, 1024, 11, 1), small = makeDds(256, 256, 9, 2);
     QByteArray t = "BTDX" + le(1, 4) + "DX10" + le(2, 4) + le(168 + 699064 + 43704, 8);
     const auto chunk = [](uint64_t offset, uint32_t size, int first, int last) {
-        return le(offset, 8) + le(0, 4) + le(size, 4) + le(uint64_t(first), 2) + le(uint64_t(last), 2) +
-               le(0xBAADF00D, 4);
+        return le(offset, 8) + le(0, 4) + le(size, 4) + le(uint64_t(first), 2)
+            + le(uint64_t(last), 2) + le(0xBAADF00D, 4);
     };
-    t += le(refHash("a"), 4) + QByteArray("dds", 4) + le(refHash("tex"), 4) + QByteArray("\0\x03", 2) + le(24, 2);
+    t += le(refHash("a"), 4) + QByteArray("dds", 4) + le(refHash("tex"), 4)
+        + QByteArray("\0\x03", 2) + le(24, 2);
     t += le(1024, 2) + le(1024, 2) + "\x0b\x47" + le(0x0800, 2);
-    t += chunk(168, 524288, 0, 0) + chunk(168 + 524288, 131072, 1, 1) + chunk(168 + 655360, 43704, 2, 10);
-    t += le(refHash("b"), 4) + QByteArray("dds", 4) + le(refHash("tex"), 4) + QByteArray("\0\x01", 2) + le(24, 2);
+    t += chunk(168, 524288, 0, 0) + chunk(168 + 524288, 131072, 1, 1)
+        + chunk(168 + 655360, 43704, 2, 10);
+    t += le(refHash("b"), 4) + QByteArray("dds", 4) + le(refHash("tex"), 4)
+        + QByteArray("\0\x01", 2) + le(24, 2);
     t += le(256, 2) + le(256, 2) + "\x09\x47" + le(0x0800, 2) + chunk(168 + 699064, 43704, 0, 8);
     t += big.mid(128) + small.mid(128) + QByteArray("\x09\x00tex/a.dds\x09\x00tex/b.dds", 22);
-    QTest::newRow("texture") << true << QStringList{"Tex/a.dds", "Tex/b.dds"} << QByteArrayList{big, small} << t;
+    QTest::newRow("texture") << true << QStringList {"Tex/a.dds", "Tex/b.dds"}
+                             << QByteArrayList {big, small} << t;
 }
 
 // The whole archive, byte for byte; an old target and a leftover temporary file leave no trace.
@@ -208,7 +227,8 @@ void TestWriter::byteLayout()
     QFETCH(QStringList, names);
     QFETCH(QByteArrayList, contents);
     QFETCH(QByteArray, expected);
-    for (int i = 0; i < names.size(); ++i) QVERIFY(testutil::writeFile(dir + "/in/" + names[i], contents[i]));
+    for (int i = 0; i < names.size(); ++i)
+        QVERIFY(testutil::writeFile(dir + "/in/" + names[i], contents[i]));
     SourceList sources = gatherIn(dir + "/in");
     const QString target = dir + "/out.ba2";
     QVERIFY(testutil::writeFile(target, QByteArray(1000000, 'o')));
@@ -216,7 +236,7 @@ void TestWriter::byteLayout()
     RecordingProgress progress;
     QCOMPARE(writeArchive(sources, target, texture, 1, 0, 1, progress).status, 1);
     QCOMPARE(testutil::readFile(target), expected);
-    QCOMPARE(QDir(dir).entryList(QDir::Files), QStringList{"out.ba2"});
+    QCOMPARE(QDir(dir).entryList(QDir::Files), QStringList {"out.ba2"});
 }
 
 void TestWriter::roundTrip_data()
@@ -226,12 +246,13 @@ void TestWriter::roundTrip_data()
     QTest::addColumn<int>("zlib");
     QTest::addColumn<int>("lz4");
     QTest::addColumn<ZlibEngine>("engine");
-    QTest::addColumn<QByteArray>("headerTail");  // the header behind its first 24 bytes
+    QTest::addColumn<QByteArray>("headerTail"); // the header behind its first 24 bytes
     const QByteArray v2 = le(1, 8), v3 = le(1, 8) + le(3, 4);
     const ZlibEngine a = ZlibEngine::Auto, zlib = ZlibEngine::Zlib;
     QTest::newRow("general v1 stored") << false << 1 << 0 << 1 << a << QByteArray();
     QTest::newRow("general v1 zlib 1") << false << 1 << 1 << 0 << a << QByteArray();
-    QTest::newRow("general v1 libdeflate 9") << false << 1 << 9 << 0 << ZlibEngine::Libdeflate << QByteArray();
+    QTest::newRow("general v1 libdeflate 9")
+        << false << 1 << 9 << 0 << ZlibEngine::Libdeflate << QByteArray();
     QTest::newRow("general v2 zlib engine 6") << false << 2 << 6 << 0 << zlib << v2;
     QTest::newRow("general v2 stored") << false << 2 << 0 << 2 << a << v2;
     QTest::newRow("general v3 lz4") << false << 3 << 0 << 1 << a << v3;
@@ -257,36 +278,41 @@ void TestWriter::roundTrip()
     QFETCH(int, lz4);
     QFETCH(ZlibEngine, engine);
     QFETCH(QByteArray, headerTail);
-    QMap<QString, QByteArray> files =
-        texture ? QMap<QString, QByteArray>{{"Data/Textures/big.dds", makeDds(2048, 2048, 12, 5)},
-                                            {"Data/Textures/wide.dds", makeDds(1024, 512, 10, 6)},
-                                            {"Data/Textures/bc7.dds", makeDds(512, 512, 10, 7, true)},
-                                            {"Data/Textures/Sub/tiny.dds", makeDds(4, 4, 3, 8, true)},
-                                            {"Loose.DDS", makeDds(2048, 64, 1, 9)}}
-                : QMap<QString, QByteArray>{{"Data/text.txt", testutil::patternBytes(20000, 1)},
-                                            {"Data/noise.bin", testutil::patternBytes(3000, 2, false)},
-                                            {"Data/empty.txt", QByteArray()},
-                                            {"Data/Sub/Deep/x.nif", testutil::patternBytes(777, 3)},
-                                            {"Loose.TXT", "loose file"}};
+    QMap<QString, QByteArray> files = texture
+        ? QMap<QString, QByteArray> {{"Data/Textures/big.dds", makeDds(2048, 2048, 12, 5)},
+                                     {"Data/Textures/wide.dds", makeDds(1024, 512, 10, 6)},
+                                     {"Data/Textures/bc7.dds", makeDds(512, 512, 10, 7, true)},
+                                     {"Data/Textures/Sub/tiny.dds", makeDds(4, 4, 3, 8, true)},
+                                     {"Loose.DDS", makeDds(2048, 64, 1, 9)}}
+        : QMap<QString, QByteArray> {{"Data/text.txt", testutil::patternBytes(20000, 1)},
+                                     {"Data/noise.bin", testutil::patternBytes(3000, 2, false)},
+                                     {"Data/empty.txt", QByteArray()},
+                                     {"Data/Sub/Deep/x.nif", testutil::patternBytes(777, 3)},
+                                     {"Loose.TXT", "loose file"}};
     // More files than the three workers' window holds, so that its slots and buffers are reused.
     for (uint32_t i = 0; i < 30; ++i) {
-        files[QStringLiteral("Data/Set/f%1.").arg(i) + (texture ? "dds" : "bin")] =
-            texture ? makeDds(32u << (i % 4), 64, 3, i, i % 2) : testutil::patternBytes(int(100 * i), i, i % 3);
+        files[QStringLiteral("Data/Set/f%1.").arg(i) + (texture ? "dds" : "bin")] = texture
+            ? makeDds(32u << (i % 4), 64, 3, i, i % 2)
+            : testutil::patternBytes(int(100 * i), i, i % 3);
     }
-    for (auto it = files.begin(); it != files.end(); ++it) QVERIFY(testutil::writeFile(dir + "/in/" + it.key(), *it));
+    for (auto it = files.begin(); it != files.end(); ++it)
+        QVERIFY(testutil::writeFile(dir + "/in/" + it.key(), *it));
     SourceList sources = gatherIn(dir + "/in");
     QCOMPARE(int(sources.size()), files.size());
     const QString target = dir + "/out.ba2";
     QVERIFY(writeBoth(sources, target, texture, version, zlib, lz4, engine));
     const QByteArray a = testutil::readFile(target);
-    QCOMPARE(a.left(16), "BTDX" + le(uint64_t(version), 4) + (texture ? "DX10" : "GNRL") + le(sources.size(), 4));
+    QCOMPARE(a.left(16),
+             "BTDX" + le(uint64_t(version), 4) + (texture ? "DX10" : "GNRL")
+                 + le(sources.size(), 4));
     QCOMPARE(a.mid(24, headerTail.size()), headerTail);
 
     ArchiveReader reader;
     NullProgress quiet;
     QVERIFY2(reader.open(target, quiet), qPrintable(reader.errorText()));
     uint64_t position = 24 + uint64_t(headerTail.size()), cursor = position, nameBytes = 0;
-    for (uint32_t i = 0; i < reader.fileCount; ++i) cursor += texture ? 24 * (1 + reader.record(i).chunkCount) : 36;
+    for (uint32_t i = 0; i < reader.fileCount; ++i)
+        cursor += texture ? 24 * (1 + reader.record(i).chunkCount) : 36;
     for (uint32_t i = 0; i < reader.fileCount; ++i) {
         const FileRecord& r = reader.record(i);
         const SourceEntry& e = sources[i];
@@ -296,7 +322,7 @@ void TestWriter::roundTrip()
         nameBytes += 2 + e.relativePathBytes().size();
         const QByteArray source = testutil::readFile(e.sourceFile);
         if (!texture) {
-            QCOMPARE(r.dataOffset, cursor);  // data follows in record order, without gaps
+            QCOMPARE(r.dataOffset, cursor); // data follows in record order, without gaps
             QCOMPARE(r.unpackedSize, uint32_t(source.size()));
             QVERIFY(holds(a, r.dataOffset, r.packedSize, source, version, zlib, lz4, engine));
             cursor += r.packedSize ? r.packedSize : r.unpackedSize;
@@ -311,7 +337,8 @@ void TestWriter::roundTrip()
         QCOMPARE(int(r.format), dx10 ? 98 : 71);
         // Levels of 512 x 512 pixels and more get a chunk each, up to three; the rest share one.
         int chunks = 1;
-        for (uint64_t area = uint64_t(r.width) * r.height; chunks < 4 && chunks < r.mipCount && area >= 512 * 512;)
+        for (uint64_t area = uint64_t(r.width) * r.height;
+             chunks < 4 && chunks < r.mipCount && area >= 512 * 512;)
             ++chunks, area /= 4;
         QCOMPARE(int(r.chunkCount), chunks);
         const QByteArray pixels = source.mid(dx10 ? 148 : 128);
@@ -319,7 +346,8 @@ void TestWriter::roundTrip()
         for (int k = 0; k < r.chunkCount; ++k) {
             const ChunkInfo& c = reader.chunks(r)[k];
             QCOMPARE(c.dataOffset, cursor);
-            QCOMPARE(qMakePair(int(c.firstMip), int(c.lastMip)), qMakePair(k, k + 1 < chunks ? k : r.mipCount - 1));
+            QCOMPARE(qMakePair(int(c.firstMip), int(c.lastMip)),
+                     qMakePair(k, k + 1 < chunks ? k : r.mipCount - 1));
             const QByteArray data = pixels.mid(from, int(c.unpackedSize));
             QVERIFY(holds(a, c.dataOffset, c.packedSize, data, version, zlib, lz4, engine));
             from += data.size();
@@ -342,13 +370,16 @@ void TestWriter::roundTrip()
 void TestWriter::matchesCreationKitArchives()
 {
     const QByteArray kitMain = testutil::readFile(testutil::samplesDir() + "/Blank - Main.ba2");
-    const QByteArray kitTextures = testutil::readFile(testutil::samplesDir() + "/Blank - Textures.ba2");
+    const QByteArray kitTextures
+        = testutil::readFile(testutil::samplesDir() + "/Blank - Textures.ba2");
     const QByteArray dds = testutil::readFile(testutil::samplesDir() + "/Blank.dds");
-    if (kitMain.isEmpty() || kitTextures.isEmpty() || dds.isEmpty()) QSKIP("real sample archives not available");
+    if (kitMain.isEmpty() || kitTextures.isEmpty() || dds.isEmpty())
+        QSKIP("real sample archives not available");
 
     // General, stored: the kit's file holds LICENSE.txt uncompressed right behind its record.
     QCOMPARE(getLE(kitMain, 24 + 24, 4), 0u);
-    const QByteArray license = kitMain.mid(int(getLE(kitMain, 24 + 16, 8)), int(getLE(kitMain, 24 + 28, 4)));
+    const QByteArray license
+        = kitMain.mid(int(getLE(kitMain, 24 + 16, 8)), int(getLE(kitMain, 24 + 28, 4)));
     QCOMPARE(license.size(), 1101);
     QVERIFY(testutil::writeFile(dir + "/in/Dev/git/testing-plugins/LICENSE.txt", license));
     QVERIFY(testutil::writeFile(dir + "/in/Dev/git/testing-plugins/Blank.dds", dds));
@@ -362,7 +393,8 @@ void TestWriter::matchesCreationKitArchives()
     QCOMPARE(writeArchive(general, dir + "/main.ba2", false, 1, 0, 1, progress).status, 1);
     QByteArray expected = kitMain;
     const int nameAt = int(getLE(kitMain, 16, 8)) + 2;
-    expected.replace(nameAt, expected.size() - nameAt, expected.mid(nameAt).toLower().replace('\\', '/'));
+    expected.replace(nameAt, expected.size() - nameAt,
+                     expected.mid(nameAt).toLower().replace('\\', '/'));
     QCOMPARE(testutil::readFile(dir + "/main.ba2"), expected);
 
     // Texture: the same record and chunk split; the chunks hold the kit's pixels.
@@ -374,9 +406,12 @@ void TestWriter::matchesCreationKitArchives()
         const int rec = 48 + 24 * k;
         // Unpacked size, mip range and sentinel as the kit's (800 x 600 has levels whose sides are
         // not multiples of 4, counted in whole blocks); stored, as asked.
-        QCOMPARE(ours.mid(rec + 12, 12) + ours.mid(rec + 8, 4), kitTextures.mid(rec + 12, 12) + le(0, 4));
-        const int kitAt = int(getLE(kitTextures, rec, 8)), kitPacked = int(getLE(kitTextures, rec + 8, 4));
-        const QByteArray kitChunk = inflate(kitTextures.mid(kitAt, kitPacked), int(getLE(kitTextures, rec + 12, 4)));
+        QCOMPARE(ours.mid(rec + 12, 12) + ours.mid(rec + 8, 4),
+                 kitTextures.mid(rec + 12, 12) + le(0, 4));
+        const int kitAt = int(getLE(kitTextures, rec, 8)),
+                  kitPacked = int(getLE(kitTextures, rec + 8, 4));
+        const QByteArray kitChunk
+            = inflate(kitTextures.mid(kitAt, kitPacked), int(getLE(kitTextures, rec + 12, 4)));
         QCOMPARE(ours.mid(int(getLE(ours, rec, 8)), int(getLE(ours, rec + 12, 4))), kitChunk);
     }
     QCOMPARE(ours.mid(int(getLE(ours, 16, 8))), le(33, 2) + "dev/git/testing-plugins/blank.dds");
@@ -404,8 +439,8 @@ void TestWriter::rebuildsRealArchives()
     const CreationSettings s = assessSources(sources, true, CreationSettings()).settings;
     RecordingProgress progress;
     const QString rebuiltPath = dir + "/re.ba2";
-    const WriteResult r =
-        writeArchive(sources, rebuiltPath, s.archiveFormat == 1, s.archiveVersion, s.zlibLevel, s.lz4Mode, progress);
+    const WriteResult r = writeArchive(sources, rebuiltPath, s.archiveFormat == 1, s.archiveVersion,
+                                       s.zlibLevel, s.lz4Mode, progress);
     QCOMPARE(r.status, 1);
     ArchiveReader rebuilt;
     QVERIFY(rebuilt.open(rebuiltPath, quiet));
@@ -421,10 +456,11 @@ void TestWriter::progressAndCancel_data()
     QTest::addColumn<int>("status");
     QTest::addColumn<QList<int>>("values");
     QTest::addColumn<int>("maximum");
-    QTest::newRow("no cancel") << 3 << 0 << 1 << QList<int>{0, 0, 1, 2, 100} << 100;
-    QTest::newRow("cancel at the first file") << 3 << 1 << 0 << QList<int>{0, 0} << 3;
-    QTest::newRow("cancel at the last file") << 3 << 3 << 0 << QList<int>{0, 0, 1, 2} << 3;
-    QTest::newRow("nothing to write") << 0 << 0 << -1 << QList<int>{} << -1;  // silently, without a step
+    QTest::newRow("no cancel") << 3 << 0 << 1 << QList<int> {0, 0, 1, 2, 100} << 100;
+    QTest::newRow("cancel at the first file") << 3 << 1 << 0 << QList<int> {0, 0} << 3;
+    QTest::newRow("cancel at the last file") << 3 << 3 << 0 << QList<int> {0, 0, 1, 2} << 3;
+    QTest::newRow("nothing to write")
+        << 0 << 0 << -1 << QList<int> {} << -1; // silently, without a step
 }
 
 void TestWriter::progressAndCancel()
@@ -434,7 +470,8 @@ void TestWriter::progressAndCancel()
     QFETCH(int, status);
     QFETCH(QList<int>, values);
     QFETCH(int, maximum);
-    for (int i = 0; i < files; ++i) QVERIFY(testutil::writeFile(dir + QStringLiteral("/in/D/%1.txt").arg(i), "text"));
+    for (int i = 0; i < files; ++i)
+        QVERIFY(testutil::writeFile(dir + QStringLiteral("/in/D/%1.txt").arg(i), "text"));
     QVERIFY(QDir().mkpath(dir + "/in"));
     SourceList sources = gatherIn(dir + "/in");
     const QString target = dir + "/out.ba2";
@@ -443,9 +480,11 @@ void TestWriter::progressAndCancel()
         QFile::remove(target);
         RecordingProgress progress(cancelAtPoll);
         QCOMPARE(writeArchive(sources, target, false, 2, 1, 1, progress, jobs).status, status);
-        QCOMPARE(QList<int>({progress.minimum, progress.maximum}), QList<int>({files ? 0 : -1, maximum}));
+        QCOMPARE(QList<int>({progress.minimum, progress.maximum}),
+                 QList<int>({files ? 0 : -1, maximum}));
         QCOMPARE(progress.values, values);
-        QCOMPARE(QDir(dir).entryList(QDir::Files), status == 1 ? QStringList{"out.ba2"} : QStringList{});
+        QCOMPARE(QDir(dir).entryList(QDir::Files),
+                 status == 1 ? QStringList {"out.ba2"} : QStringList {});
     }
 }
 
@@ -455,7 +494,7 @@ void TestWriter::failures_data()
     QTest::addColumn<int>("version");
     QTest::addColumn<int>("zlib");
     QTest::addColumn<int>("lz4");
-    QTest::addColumn<QString>("failing");  // failedFile, under dir
+    QTest::addColumn<QString>("failing"); // failedFile, under dir
     QTest::addColumn<int>("status");
     QTest::newRow("source vanished") << false << 1 << 1 << 0 << "in/D/b.dds" << -2;
     QTest::newRow("texture source vanished") << true << 1 << 1 << 0 << "in/D/b.dds" << -2;
@@ -470,7 +509,8 @@ void TestWriter::failures_data()
     QTest::newRow("over the zlib limit") << false << 2 << 6 << 0 << "in/D/b.dds" << -8;
     QTest::newRow("over the lz4 limit") << false << 3 << 0 << 1 << "in/D/b.dds" << -8;
     // A folder under the temporary name can be neither removed nor opened as a file.
-    QTest::newRow("temporary name taken by a folder") << false << 1 << 0 << 0 << "out/out.ba2.Zarneler" << -2;
+    QTest::newRow("temporary name taken by a folder")
+        << false << 1 << 0 << 0 << "out/out.ba2.Zarneler" << -2;
     QTest::newRow("target is a folder") << false << 1 << 0 << 0 << "out/out.ba2" << -3;
     // A file-size limit makes the kernel refuse writes, for root as well.
     QTest::newRow("write refused") << false << 1 << 0 << 0 << "out/out.ba2.Zarneler" << -3;
@@ -496,18 +536,23 @@ void TestWriter::failures()
     if (tag == "two failures") QVERIFY(testutil::writeFile(dir + "/in/D/c.dds", "text"));
     SourceList sources = gatherIn(dir + "/in");
     QCOMPARE(int(sources.size()), 3);
-    if (tag.contains("vanished") || tag == "two failures" || tag == "source is a folder") QVERIFY(QFile::remove(b));
+    if (tag.contains("vanished") || tag == "two failures" || tag == "source is a folder")
+        QVERIFY(QFile::remove(b));
     if (tag == "source is a folder") QVERIFY(QDir().mkpath(b));
     if (tag == "not a dds") QVERIFY(testutil::writeFile(b, QByteArray(200, 'x')));
-    if (tag == "unsupported format") QVERIFY(testutil::writeFile(b, makeDds(64, 64, 7, 2, false, "ATI2")));
+    if (tag == "unsupported format")
+        QVERIFY(testutil::writeFile(b, makeDds(64, 64, 7, 2, false, "ATI2")));
     if (status == ArchiveStatus::TooLarge) {
         QFile big(b);
-        QVERIFY(big.open(QIODevice::WriteOnly) && big.resize(tag.startsWith("4 GiB") ? qint64(1) << 32 : 0x7E000001));
+        QVERIFY(big.open(QIODevice::WriteOnly)
+                && big.resize(tag.startsWith("4 GiB") ? qint64(1) << 32 : 0x7E000001));
     }
-    QVERIFY(testutil::writeFile(tag == "target is a folder" ? target + "/keep" : target, "previous archive"));
+    QVERIFY(testutil::writeFile(tag == "target is a folder" ? target + "/keep" : target,
+                                "previous archive"));
     if (tag.startsWith("temporary")) QVERIFY(testutil::writeFile(target + ".Zarneler/keep", "k"));
     const QMap<QString, QByteArray> before = filesUnder(dir + "/out");
-    if (tag == "read-only folder") QVERIFY(QFile::setPermissions(dir + "/out", QFile::ReadOwner | QFile::ExeOwner));
+    if (tag == "read-only folder")
+        QVERIFY(QFile::setPermissions(dir + "/out", QFile::ReadOwner | QFile::ExeOwner));
 
     for (int jobs : {1, 3}) {
         struct rlimit old;
@@ -517,7 +562,8 @@ void TestWriter::failures()
         limited.rlim_cur = 4096;
         if (tag == "write refused") QCOMPARE(setrlimit(RLIMIT_FSIZE, &limited), 0);
         RecordingProgress progress;
-        const WriteResult r = writeArchive(sources, target, texture, version, zlib, lz4, progress, jobs);
+        const WriteResult r
+            = writeArchive(sources, target, texture, version, zlib, lz4, progress, jobs);
         setrlimit(RLIMIT_FSIZE, &old);
         std::signal(SIGXFSZ, oldHandler);
         QCOMPARE(r.status, status);
@@ -531,27 +577,43 @@ void TestWriter::failures()
 
 void TestWriter::commandLine_data()
 {
-    QTest::addColumn<QString>("args");  // after "create"; @ stands for dir, whose In holds Tex, Mix, Snd and Empty
+    QTest::addColumn<QString>(
+        "args"); // after "create"; @ stands for dir, whose In holds Tex, Mix, Snd and Empty
     QTest::addColumn<int>("exitCode");
     QTest::addColumn<QString>("stdoutText");
-    QTest::addColumn<QString>("header");  // type, version, packed or not: "DX10 3 packed"
+    QTest::addColumn<QString>("header"); // type, version, packed or not: "DX10 3 packed"
     const QString done = "Complete.\n";
-    QTest::newRow("all textures, assisted") << "-o @/out.ba2 @/In/Tex" << 0 << done << "DX10 3 packed";
+    QTest::newRow("all textures, assisted")
+        << "-o @/out.ba2 @/In/Tex" << 0 << done << "DX10 3 packed";
     QTest::newRow("mixed, assisted") << "-o @/out.ba2 @/In/Mix" << 0 << done << "GNRL 2 packed";
     QTest::newRow("sounds, assisted") << "-o @/out.ba2 @/In/Snd" << 0 << done << "GNRL 2 stored";
-    QTest::newRow("textures as general") << "--format general -o @/out.ba2 @/In/Tex" << 0 << done << "GNRL 2 packed";
-    QTest::newRow("explicit settings") << "--version=1 --zlib 9 -o @/out.ba2 @/In/Snd" << 0 << done << "GNRL 1 packed";
-    QTest::newRow("zlib engine, two jobs") << "--jobs 2 --zlib-engine zlib --zlib=6 -o @/out.ba2 @/In/Snd" << 0 << done
-                                           << "GNRL 2 packed";
-    QTest::newRow("bad engine") << "--zlib-engine zstd -o @/out.ba2 @/In/Snd" << 2 << "" << "";
-    QTest::newRow("texture of text") << "--format texture -o @/out.ba2 @/In/Mix" << 1 << "DDS File Error.\n" << "";
-    QTest::newRow("version 3 general") << "--version 3 -o @/out.ba2 @/In/Mix" << 2 << "" << "";
-    QTest::newRow("bad level") << "--zlib 10 -o @/out.ba2 @/In/Mix" << 2 << "" << "";
-    QTest::newRow("no output") << "@/In/Mix" << 2 << "" << "";
-    QTest::newRow("no input") << "-o @/out.ba2" << 2 << "" << "";
-    QTest::newRow("missing input") << "-o @/out.ba2 @/In/Nothing" << 1 << "" << "";
-    QTest::newRow("empty folder") << "-o @/out.ba2 @/In/Empty" << 1 << "" << "";
-    QTest::newRow("help") << "--help" << 0 << "Usage: zarnel-cli create [OPTIONS] -o ARCHIVE PATH...\n" << "";
+    QTest::newRow("textures as general")
+        << "--format general -o @/out.ba2 @/In/Tex" << 0 << done << "GNRL 2 packed";
+    QTest::newRow("explicit settings")
+        << "--version=1 --zlib 9 -o @/out.ba2 @/In/Snd" << 0 << done << "GNRL 1 packed";
+    QTest::newRow("zlib engine, two jobs")
+        << "--jobs 2 --zlib-engine zlib --zlib=6 -o @/out.ba2 @/In/Snd" << 0 << done
+        << "GNRL 2 packed";
+    QTest::newRow("bad engine") << "--zlib-engine zstd -o @/out.ba2 @/In/Snd" << 2 << ""
+                                << "";
+    QTest::newRow("texture of text")
+        << "--format texture -o @/out.ba2 @/In/Mix" << 1 << "DDS File Error.\n"
+        << "";
+    QTest::newRow("version 3 general") << "--version 3 -o @/out.ba2 @/In/Mix" << 2 << ""
+                                       << "";
+    QTest::newRow("bad level") << "--zlib 10 -o @/out.ba2 @/In/Mix" << 2 << ""
+                               << "";
+    QTest::newRow("no output") << "@/In/Mix" << 2 << ""
+                               << "";
+    QTest::newRow("no input") << "-o @/out.ba2" << 2 << ""
+                              << "";
+    QTest::newRow("missing input") << "-o @/out.ba2 @/In/Nothing" << 1 << ""
+                                   << "";
+    QTest::newRow("empty folder") << "-o @/out.ba2 @/In/Empty" << 1 << ""
+                                  << "";
+    QTest::newRow("help") << "--help" << 0
+                          << "Usage: zarnel-cli create [OPTIONS] -o ARCHIVE PATH...\n"
+                          << "";
 }
 
 void TestWriter::commandLine()
@@ -560,24 +622,31 @@ void TestWriter::commandLine()
     QFETCH(int, exitCode);
     QFETCH(QString, stdoutText);
     QFETCH(QString, header);
-    for (const QByteArray f : {"Tex/a.dds", "Tex/b.dds", "Mix/a.dds", "Mix/b.txt", "Snd/a.wav", "Snd/b.txt"}) {
-        const QByteArray content = f.endsWith(".dds") ? makeDds(64, 64, 7, 1) : QByteArray(500, 'x');
+    for (const QByteArray f :
+         {"Tex/a.dds", "Tex/b.dds", "Mix/a.dds", "Mix/b.txt", "Snd/a.wav", "Snd/b.txt"}) {
+        const QByteArray content
+            = f.endsWith(".dds") ? makeDds(64, 64, 7, 1) : QByteArray(500, 'x');
         QVERIFY(testutil::writeFile(dir + "/In/" + f, content));
     }
     QVERIFY(QDir().mkpath(dir + "/In/Empty"));
     QProcess cli;
-    cli.start(QStringLiteral(ZARNEL_CLI_PATH), QStringList{"create"} + QString(args).replace('@', dir).split(' '));
+    cli.start(QStringLiteral(ZARNEL_CLI_PATH),
+              QStringList {"create"} + QString(args).replace('@', dir).split(' '));
     QVERIFY(cli.waitForFinished(60000));
     QCOMPARE(cli.exitCode(), exitCode);
     const QString out = QString::fromUtf8(cli.readAllStandardOutput());
     QCOMPARE(args == "--help" ? out.left(stdoutText.size()) : out, stdoutText);
     QCOMPARE(cli.readAllStandardError().isEmpty(), exitCode == 0);
-    QCOMPARE(QDir(dir).entryList(QDir::Files), header.isEmpty() ? QStringList{} : QStringList{"out.ba2"});
+    QCOMPARE(QDir(dir).entryList(QDir::Files),
+             header.isEmpty() ? QStringList {} : QStringList {"out.ba2"});
     if (header.isEmpty()) return;
     // The first record's packed size: behind the header, in the file record or the first chunk's.
     const QByteArray a = testutil::readFile(dir + "/out.ba2");
     const int version = int(getLE(a, 4, 4));
-    const int at = (version == 3 ? 36 : version == 2 ? 32 : 24) + 24 + (a.mid(8, 4) == "DX10" ? 8 : 0);
+    const int at = (version == 3       ? 36
+                        : version == 2 ? 32
+                                       : 24)
+        + 24 + (a.mid(8, 4) == "DX10" ? 8 : 0);
     const QString packed = getLE(a, at, 4) ? "packed" : "stored";
     QCOMPARE(QStringLiteral("%1 %2 %3").arg(QString(a.mid(8, 4))).arg(version).arg(packed), header);
 }

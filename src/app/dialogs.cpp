@@ -10,7 +10,7 @@ Dialogs*& installed()
     static Dialogs* dialogs = nullptr;
     return dialogs;
 }
-}  // namespace
+} // namespace
 
 QString Dialogs::getExistingDirectory(QWidget* parent, const QString& caption, const QString& dir,
                                       QFileDialog::Options options)
@@ -30,7 +30,8 @@ QString Dialogs::getSaveFileName(QWidget* parent, const QString& caption, const 
     return QFileDialog::getSaveFileName(parent, caption, dir, filter);
 }
 
-void Dialogs::showMessage(QMessageBox::Icon icon, const QString& text, const QString& informativeText)
+void Dialogs::showMessage(QMessageBox::Icon icon, const QString& text,
+                          const QString& informativeText)
 {
     QMessageBox box;
     box.setIcon(icon);
@@ -44,9 +45,15 @@ void Dialogs::about(QWidget* parent, const QString& title, const QString& text)
     QMessageBox::about(parent, title, text);
 }
 
-void Dialogs::aboutQt(QWidget* parent, const QString& title) { QMessageBox::aboutQt(parent, title); }
+void Dialogs::aboutQt(QWidget* parent, const QString& title)
+{
+    QMessageBox::aboutQt(parent, title);
+}
 
-bool Dialogs::openUrl(const QUrl& url) { return QDesktopServices::openUrl(url); }
+bool Dialogs::openUrl(const QUrl& url)
+{
+    return QDesktopServices::openUrl(url);
+}
 
 Dialogs& Dialogs::current()
 {
@@ -55,4 +62,7 @@ Dialogs& Dialogs::current()
     return dialogs ? *dialogs : real;
 }
 
-void Dialogs::install(Dialogs* dialogs) { installed() = dialogs; }
+void Dialogs::install(Dialogs* dialogs)
+{
+    installed() = dialogs;
+}

@@ -8,17 +8,19 @@
 #include <QString>
 #include <QUrl>
 
-class Dialogs {
+class Dialogs
+{
 public:
     virtual ~Dialogs() = default;
-    virtual QString getExistingDirectory(QWidget* parent, const QString& caption, const QString& dir,
-                                         QFileDialog::Options options);
+    virtual QString getExistingDirectory(QWidget* parent, const QString& caption,
+                                         const QString& dir, QFileDialog::Options options);
     virtual QString getOpenFileName(QWidget* parent, const QString& caption, const QString& dir,
                                     const QString& filter);
     virtual QString getSaveFileName(QWidget* parent, const QString& caption, const QString& dir,
                                     const QString& filter);
     // A parentless modal box with an icon, a text and an informative text.
-    virtual void showMessage(QMessageBox::Icon icon, const QString& text, const QString& informativeText);
+    virtual void showMessage(QMessageBox::Icon icon, const QString& text,
+                             const QString& informativeText);
     virtual void about(QWidget* parent, const QString& title, const QString& text);
     virtual void aboutQt(QWidget* parent, const QString& title);
     virtual bool openUrl(const QUrl& url);

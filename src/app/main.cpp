@@ -11,7 +11,7 @@ int main(int argc, char** argv)
 {
     // A file-size limit must end a write with an error we report, not kill the process.
     std::signal(SIGXFSZ, SIG_IGN);
-    QApplication app(argc, argv);  // strips the options Qt handles itself from argc/argv
+    QApplication app(argc, argv); // strips the options Qt handles itself from argc/argv
     QFont font;
     font.setFamily(QStringLiteral("Arial"));
     font.setPixelSize(15);

@@ -22,7 +22,8 @@ namespace Ui {
 class MainWindow;
 }
 
-class MainWindow : public QMainWindow {
+class MainWindow : public QMainWindow
+{
     Q_OBJECT
 
 public:
@@ -68,7 +69,8 @@ public:
     void updateUi();
     void loadSettings();
     void applyStartupTheme();
-    // Load sequence of a drop, the command line and Select Folder (clearAfterFailure: not at start-up).
+    // Load sequence of a drop, the command line and Select Folder (clearAfterFailure: not at
+    // start-up).
     void runLoadSequence(const QStringList& paths, bool clearAfterFailure);
     int loadSourcePath(const QString& path, int pathCount, QProgressDialog* progress);
     static bool hasSuffix(const QString& path, const QString& extension);
@@ -87,7 +89,7 @@ public:
     void tearDown();
 
     // --- members, in declaration order ---
-    NameHashTable hashTable;  // nameHashTable and nameHashReady
+    NameHashTable hashTable; // nameHashTable and nameHashReady
     int32_t argCount = 0;
     char** argValues = nullptr;
     Ui::MainWindow* ui = nullptr;
@@ -101,7 +103,7 @@ public:
     bool archiveEnabled = false;
     SourceList sources;
     uint8_t sourceKind = 0;
-    uint32_t rootPrefixLength = 0;  // wider than a byte so long Linux paths gather correctly
+    uint32_t rootPrefixLength = 0; // wider than a byte so long Linux paths gather correctly
     QString rootFolderName;
     bool ver3Enabled = false;
     bool allDds = false;

@@ -4,13 +4,31 @@
 #include <QProgressBar>
 #include <QProgressDialog>
 
-void DialogProgress::setMinimum(int minimum) { dialog->setMinimum(minimum); }
-void DialogProgress::setMaximum(int maximum) { dialog->setMaximum(maximum); }
-void DialogProgress::setValue(int value) { dialog->setValue(value); }
-bool DialogProgress::wasCanceled() { return dialog->wasCanceled(); }
-void DialogProgress::processEvents() { QCoreApplication::processEvents(); }
+void DialogProgress::setMinimum(int minimum)
+{
+    dialog->setMinimum(minimum);
+}
+void DialogProgress::setMaximum(int maximum)
+{
+    dialog->setMaximum(maximum);
+}
+void DialogProgress::setValue(int value)
+{
+    dialog->setValue(value);
+}
+bool DialogProgress::wasCanceled()
+{
+    return dialog->wasCanceled();
+}
+void DialogProgress::processEvents()
+{
+    QCoreApplication::processEvents();
+}
 
-void BarProgress::setMinimum(int minimum) { bar->setMinimum(minimum); }
+void BarProgress::setMinimum(int minimum)
+{
+    bar->setMinimum(minimum);
+}
 void BarProgress::setMaximum(int value)
 {
     maximum = value;
@@ -24,4 +42,7 @@ void BarProgress::setValue(int value)
     shown = value;
     bar->setValue(value);
 }
-void BarProgress::processEvents() { QCoreApplication::processEvents(); }
+void BarProgress::processEvents()
+{
+    QCoreApplication::processEvents();
+}

@@ -7,9 +7,12 @@ class QProgressBar;
 class QProgressDialog;
 
 // A window-modal progress dialog: range, value and its Cancel button.
-class DialogProgress : public Progress {
+class DialogProgress : public Progress
+{
 public:
-    explicit DialogProgress(QProgressDialog* dialog) : dialog(dialog) {}
+    explicit DialogProgress(QProgressDialog* dialog)
+        : dialog(dialog)
+    { }
     void setMinimum(int minimum) override;
     void setMaximum(int maximum) override;
     void setValue(int value) override;
@@ -23,9 +26,12 @@ private:
 // The status-bar progress bar of an archive load; it has no Cancel. A styled bar costs tens of
 // microseconds per update, so it moves in at most a thousand visible steps (and always shows the
 // last value) rather than once per record of a large archive.
-class BarProgress : public Progress {
+class BarProgress : public Progress
+{
 public:
-    explicit BarProgress(QProgressBar* bar) : bar(bar) {}
+    explicit BarProgress(QProgressBar* bar)
+        : bar(bar)
+    { }
     void setMinimum(int minimum) override;
     void setMaximum(int maximum) override;
     void setValue(int value) override;

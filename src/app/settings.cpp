@@ -14,12 +14,10 @@ namespace {
 // but Qt's INI backend on Linux matches exactly, so look for any spelling ourselves.
 QString findKey(const QStringList& keys, const QString& name)
 {
-    if (keys.contains(name))
-        return name;
+    if (keys.contains(name)) return name;
     const QString lower = name.toLower();
     for (const QString& key : keys) {
-        if (key.toLower() == lower)
-            return key;
+        if (key.toLower() == lower) return key;
     }
     return name;
 }
@@ -35,20 +33,23 @@ QString readText(const QSettings& settings, const QStringList& keys, const QStri
 }
 
 // Writes one key and drops other spellings of it so the file holds it once.
-void writeValue(QSettings& settings, const QStringList& keys, const QString& name, const QVariant& value)
+void writeValue(QSettings& settings, const QStringList& keys, const QString& name,
+                const QVariant& value)
 {
     const QString lower = name.toLower();
     for (const QString& key : keys) {
-        if (key != name && key.toLower() == lower)
-            settings.remove(key);
+        if (key != name && key.toLower() == lower) settings.remove(key);
     }
     settings.setValue(name, value);
 }
 
 // The file's values are compared as unsigned 32-bit numbers, so a negative one counts as too big.
-bool above(int32_t value, uint32_t limit) { return static_cast<uint32_t>(value) > limit; }
+bool above(int32_t value, uint32_t limit)
+{
+    return static_cast<uint32_t>(value) > limit;
+}
 
-}  // namespace
+} // namespace
 
 void MainWindow::loadSettings()
 {
@@ -107,8 +108,7 @@ void MainWindow::loadSettings()
     theme = readInt(settings, keys, QStringLiteral("Theme"));
     check(theme, above(theme, 1), 1);
 
-    if (changed)
-        saveSettings();
+    if (changed) saveSettings();
 }
 
 void MainWindow::saveSettings()
@@ -127,7 +127,8 @@ void MainWindow::saveSettings()
     writeValue(settings, keys, QStringLiteral("SaveStringTable"), saveStringTable);
     writeValue(settings, keys, QStringLiteral("MaxChunkCount"), maxChunkCount);
     writeValue(settings, keys, QStringLiteral("SingleMipChunkAreaWidth"), singleMipChunkAreaWidth);
-    writeValue(settings, keys, QStringLiteral("SingleMipChunkAreaHeight"), singleMipChunkAreaHeight);
+    writeValue(settings, keys, QStringLiteral("SingleMipChunkAreaHeight"),
+               singleMipChunkAreaHeight);
     writeValue(settings, keys, QStringLiteral("ListView"), listView);
     writeValue(settings, keys, QStringLiteral("Theme"), theme);
     settings.sync();

@@ -26,12 +26,11 @@ QAction* makeAction(::MainWindow* window, const char* name, bool checkable = fal
 {
     auto* action = new QAction(window);
     action->setObjectName(QString::fromLatin1(name));
-    if (checkable)
-        action->setCheckable(true);
+    if (checkable) action->setCheckable(true);
     return action;
 }
 
-template <typename W>
+template<typename W>
 W* makeWidget(QWidget* parent, const char* name, int x, int y, int w, int h)
 {
     auto* widget = new W(parent);
@@ -40,7 +39,10 @@ W* makeWidget(QWidget* parent, const char* name, int x, int y, int w, int h)
     return widget;
 }
 
-void setHandCursor(QWidget* widget) { widget->setCursor(QCursor(Qt::PointingHandCursor)); }
+void setHandCursor(QWidget* widget)
+{
+    widget->setCursor(QCursor(Qt::PointingHandCursor));
+}
 
 // The four coloured stripes behind the support button: only theme 1 shows them.
 QFrame* makeStripe(QWidget* parent, const char* name, int y)
@@ -64,12 +66,11 @@ void addEmptyItems(QComboBox* combo, int count)
 
 constexpr Qt::Alignment rightCentred = Qt::AlignRight | Qt::AlignTrailing | Qt::AlignVCenter;
 
-}  // namespace
+} // namespace
 
 void Ui_MainWindow::setupUi(::MainWindow* window)
 {
-    if (window->objectName().isEmpty())
-        window->setObjectName(QString::fromLatin1("MainWindow"));
+    if (window->objectName().isEmpty()) window->setObjectName(QString::fromLatin1("MainWindow"));
     window->resize(870, 500);
     QSizePolicy policy(QSizePolicy::Expanding, QSizePolicy::Expanding);
     policy.setHorizontalStretch(0);
@@ -122,7 +123,8 @@ void Ui_MainWindow::setupUi(::MainWindow* window)
     groupBox_Extract = makeWidget<QGroupBox>(centralwidget, "groupBox_Extract", 9, 250, 211, 151);
     label_Ba2Info1 = makeWidget<QLabel>(groupBox_Extract, "label_Ba2Info1", 10, 20, 191, 21);
     label_Ba2Info2 = makeWidget<QLabel>(groupBox_Extract, "label_Ba2Info2", 10, 40, 191, 21);
-    pushButton_ExtractAll = makeWidget<QPushButton>(groupBox_Extract, "pushButton_ExtractAll", 10, 120, 121, 21);
+    pushButton_ExtractAll
+        = makeWidget<QPushButton>(groupBox_Extract, "pushButton_ExtractAll", 10, 120, 121, 21);
     setHandCursor(pushButton_ExtractAll);
     pushButton_File = makeWidget<QPushButton>(groupBox_Extract, "pushButton_File", 10, 90, 121, 21);
     setHandCursor(pushButton_File);
@@ -131,29 +133,35 @@ void Ui_MainWindow::setupUi(::MainWindow* window)
     groupBox_Archive = makeWidget<QGroupBox>(centralwidget, "groupBox_Archive", 230, 250, 631, 151);
     groupBox_Archive->setFlat(false);
     groupBox_Archive->setCheckable(false);
-    pushButton_Archive = makeWidget<QPushButton>(groupBox_Archive, "pushButton_Archive", 10, 120, 121, 21);
+    pushButton_Archive
+        = makeWidget<QPushButton>(groupBox_Archive, "pushButton_Archive", 10, 120, 121, 21);
     setHandCursor(pushButton_Archive);
     label_Version = makeWidget<QLabel>(groupBox_Archive, "label_Version", 10, 20, 101, 21);
     comboBox_Ver = makeWidget<QComboBox>(groupBox_Archive, "comboBox_Ver", 10, 40, 361, 21);
     addEmptyItems(comboBox_Ver, 4);
     setHandCursor(comboBox_Ver);
     label_Compression = makeWidget<QLabel>(groupBox_Archive, "label_Compression", 430, 20, 161, 21);
-    comboBox_zlibComp = makeWidget<QComboBox>(groupBox_Archive, "comboBox_zlibComp", 430, 40, 191, 21);
+    comboBox_zlibComp
+        = makeWidget<QComboBox>(groupBox_Archive, "comboBox_zlibComp", 430, 40, 191, 21);
     addEmptyItems(comboBox_zlibComp, 10);
     setHandCursor(comboBox_zlibComp);
-    comboBox_LZ4Comp = makeWidget<QComboBox>(groupBox_Archive, "comboBox_LZ4Comp", 430, 70, 191, 21);
+    comboBox_LZ4Comp
+        = makeWidget<QComboBox>(groupBox_Archive, "comboBox_LZ4Comp", 430, 70, 191, 21);
     addEmptyItems(comboBox_LZ4Comp, 3);
     setHandCursor(comboBox_LZ4Comp);
-    label_LZ4Compression = makeWidget<QLabel>(groupBox_Archive, "label_LZ4Compression", 375, 70, 51, 21);
+    label_LZ4Compression
+        = makeWidget<QLabel>(groupBox_Archive, "label_LZ4Compression", 375, 70, 51, 21);
     label_LZ4Compression->setAlignment(rightCentred);
-    label_zlibCompression = makeWidget<QLabel>(groupBox_Archive, "label_zlibCompression", 375, 40, 51, 21);
+    label_zlibCompression
+        = makeWidget<QLabel>(groupBox_Archive, "label_zlibCompression", 375, 40, 51, 21);
     label_zlibCompression->setAlignment(rightCentred);
     comboBox_Format = makeWidget<QComboBox>(groupBox_Archive, "comboBox_Format", 200, 90, 171, 21);
     addEmptyItems(comboBox_Format, 2);
     setHandCursor(comboBox_Format);
     label_Format = makeWidget<QLabel>(groupBox_Archive, "label_Format", 145, 90, 51, 21);
     label_Format->setAlignment(rightCentred);
-    pushButton_SelFolder = makeWidget<QPushButton>(groupBox_Archive, "pushButton_SelFolder", 10, 90, 121, 21);
+    pushButton_SelFolder
+        = makeWidget<QPushButton>(groupBox_Archive, "pushButton_SelFolder", 10, 90, 121, 21);
     setHandCursor(pushButton_SelFolder);
     checkBox_assist = makeWidget<QCheckBox>(groupBox_Archive, "checkBox_assist", 430, 120, 171, 22);
     setHandCursor(checkBox_assist);
@@ -168,16 +176,18 @@ void Ui_MainWindow::setupUi(::MainWindow* window)
     line_4 = makeStripe(centralwidget, "line_4", 441);
     line_1 = makeStripe(centralwidget, "line_1", 411);
 
-    pushButton_ClearList = makeWidget<QPushButton>(centralwidget, "pushButton_ClearList", 10, 10, 81, 21);
+    pushButton_ClearList
+        = makeWidget<QPushButton>(centralwidget, "pushButton_ClearList", 10, 10, 81, 21);
     setHandCursor(pushButton_ClearList);
 
     window->setCentralWidget(centralwidget);
     // Bottom to top; the support button must lie above the stripes it overlaps.
-    for (QWidget* w : {static_cast<QWidget*>(groupBox_Archive), static_cast<QWidget*>(lineEdit_SrcFile),
-                       static_cast<QWidget*>(groupBox_Extract), static_cast<QWidget*>(listWidget_Files),
-                       static_cast<QWidget*>(line_2), static_cast<QWidget*>(line_3),
-                       static_cast<QWidget*>(line_4), static_cast<QWidget*>(line_1),
-                       static_cast<QWidget*>(pushButton_KoFi), static_cast<QWidget*>(pushButton_ClearList)})
+    for (QWidget* w :
+         {static_cast<QWidget*>(groupBox_Archive), static_cast<QWidget*>(lineEdit_SrcFile),
+          static_cast<QWidget*>(groupBox_Extract), static_cast<QWidget*>(listWidget_Files),
+          static_cast<QWidget*>(line_2), static_cast<QWidget*>(line_3),
+          static_cast<QWidget*>(line_4), static_cast<QWidget*>(line_1),
+          static_cast<QWidget*>(pushButton_KoFi), static_cast<QWidget*>(pushButton_ClearList)})
         w->raise();
 
     menubar = new QMenuBar(window);
@@ -235,7 +245,9 @@ void Ui_MainWindow::setupUi(::MainWindow* window)
 
 void Ui_MainWindow::retranslateUi(::MainWindow* window)
 {
-    auto tr = [](const char* text) { return QCoreApplication::translate("MainWindow", text); };
+    auto tr = [](const char* text) {
+        return QCoreApplication::translate("MainWindow", text);
+    };
     window->setWindowTitle(tr("Zarnel Archive Manager"));
     action_Exit->setText(tr("Exit"));
     action_Settings->setText(tr("Settings..."));

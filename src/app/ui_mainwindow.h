@@ -17,7 +17,8 @@ class QPushButton;
 class QStatusBar;
 class QWidget;
 
-class Ui_MainWindow {
+class Ui_MainWindow
+{
 public:
     QAction* action_Exit = nullptr;
     QAction* action_Settings = nullptr;
@@ -82,5 +83,6 @@ public:
 };
 
 namespace Ui {
-class MainWindow : public Ui_MainWindow {};
-}  // namespace Ui
+class MainWindow : public Ui_MainWindow
+{ };
+} // namespace Ui

@@ -12,9 +12,13 @@ namespace {
 
 // Sequential access to the record table. The file is mapped when the system allows it, so a
 // record costs no system call and no copy; otherwise it is read through one large buffer.
-class RecordInput {
+class RecordInput
+{
 public:
-    RecordInput(QFile& file, uint64_t start, uint64_t fileSize) : file(file), pos(start), fileSize(fileSize)
+    RecordInput(QFile& file, uint64_t start, uint64_t fileSize)
+        : file(file)
+        , pos(start)
+        , fileSize(fileSize)
     {
         if (ArchiveReader::mapFiles) mapped = file.map(0, qint64(fileSize));
         if (!mapped) {
@@ -38,7 +42,8 @@ public:
             memmove(buffer.data(), buffer.data() + next, end - next);
             end -= next;
             next = 0;
-            const qint64 got = file.read(reinterpret_cast<char*>(buffer.data()) + end, qint64(buffer.size() - end));
+            const qint64 got = file.read(reinterpret_cast<char*>(buffer.data()) + end,
+                                         qint64(buffer.size() - end));
             if (got > 0) end += size_t(got);
             if (end < size) return nullptr;
         }
@@ -67,13 +72,16 @@ private:
     size_t end = 0;
 };
 
-}  // namespace
+} // namespace
 
 bool ArchiveReader::mapFiles = true;
 
 ArchiveReader::ArchiveReader() = default;
 
-ArchiveReader::~ArchiveReader() { close(); }
+ArchiveReader::~ArchiveReader()
+{
+    close();
+}
 
 bool ArchiveReader::fail(OpenError error)
 {
@@ -109,15 +117,20 @@ bool ArchiveReader::open(const QString& path, Progress& progress)
     const uint32_t headerSize = ba2::headerSizeFor(version);
     if (headerSize > 24) {
         const qint64 extra = qint64(headerSize - 24);
-        if (file.read(reinterpret_cast<char*>(head + 24), extra) != extra) return fail(OpenError::NotArchive);
+        if (file.read(reinterpret_cast<char*>(head + 24), extra) != extra)
+            return fail(OpenError::NotArchive);
         headerExtra = ba2::readLE64(head + 24);
         if (version == 3) compressionCode = ba2::readLE32(head + 32);
     }
-    if (archiveType == ba2::kTypeGeneral) isTexture = false;
-    else if (archiveType == ba2::kTypeTexture) isTexture = true;
-    else return fail(OpenError::UnknownType);
+    if (archiveType == ba2::kTypeGeneral)
+        isTexture = false;
+    else if (archiveType == ba2::kTypeTexture)
+        isTexture = true;
+    else
+        return fail(OpenError::UnknownType);
     if (fileCount == 0) return fail(OpenError::NoFiles);
-    if (version == 3 && compressionCode != ba2::kCompressionLz4) return fail(OpenError::UnsupportedVer3);
+    if (version == 3 && compressionCode != ba2::kCompressionLz4)
+        return fail(OpenError::UnsupportedVer3);
 
     // Every record takes at least its fixed size in the file; refuse a count the file cannot
     // hold before allocating anything for it.
@@ -206,11 +219,13 @@ bool ArchiveReader::open(const QString& path, Progress& progress)
     // Name table: from nameTableOffset to the end of the file. No entry can exceed
     // 2 + 65,535 bytes, so anything beyond fileCount such entries is never needed.
     if (nameTableOffset > uint64_t(fileSize)) return fail(OpenError::NameTableInvalid);
-    nameTableSize = std::min<uint64_t>(uint64_t(fileSize) - nameTableOffset, uint64_t(fileCount) * 65537u);
+    nameTableSize
+        = std::min<uint64_t>(uint64_t(fileSize) - nameTableOffset, uint64_t(fileCount) * 65537u);
     if (nameTableSize < uint64_t(fileCount) * 2) return fail(OpenError::NameTableInvalid);
     nameTable.reset(new (std::nothrow) char[nameTableSize + 1]);
     if (!nameTable) return fail(OpenError::OutOfMemory);
-    if (!in.copy(nameTableOffset, nameTable.get(), nameTableSize)) return fail(OpenError::NameTableInvalid);
+    if (!in.copy(nameTableOffset, nameTable.get(), nameTableSize))
+        return fail(OpenError::NameTableInvalid);
     nameTable[nameTableSize] = 0;
 
     uint64_t p = 0;
@@ -228,7 +243,8 @@ bool ArchiveReader::open(const QString& path, Progress& progress)
     table[p] = 0;
     // Separators written by other packers become '/'; memchr skips the common case quickly.
     char* const tableEnd = nameTable.get() + nameTableSize;
-    for (char* b = nameTable.get(); (b = static_cast<char*>(memchr(b, '\\', size_t(tableEnd - b)))) != nullptr;)
+    for (char* b = nameTable.get();
+         (b = static_cast<char*>(memchr(b, '\\', size_t(tableEnd - b)))) != nullptr;)
         *b++ = '/';
     return true;
 }
@@ -252,25 +268,34 @@ QString ArchiveReader::errorText() const
     case OpenError::None: return QString();
     case OpenError::CannotOpen: return QStringLiteral("cannot open the file for reading");
     case OpenError::NotArchive: return QStringLiteral("not a BA2 archive (no \"BTDX\" header)");
-    case OpenError::UnknownType: return QStringLiteral("unknown archive type (neither GNRL nor DX10)");
+    case OpenError::UnknownType:
+        return QStringLiteral("unknown archive type (neither GNRL nor DX10)");
     case OpenError::NoFiles: return QStringLiteral("the archive holds no files");
     case OpenError::UnsupportedVer3:
-        return QStringLiteral("This is Ver3-BA2 of a kind not yet supported.(code:%1)").arg(compressionCode);
+        return QStringLiteral("This is Ver3-BA2 of a kind not yet supported.(code:%1)")
+            .arg(compressionCode);
     case OpenError::TooManyChunks:
-        return QStringLiteral("The maximum number of chunks that Zarnel can process is %1.").arg(ba2::kMaxChunks);
-    case OpenError::BadChunkRecordSize: return QStringLiteral("a texture's chunk records are not 24 bytes long");
-    case OpenError::RecordsTruncated: return QStringLiteral("the record table runs past the end of the file");
-    case OpenError::NameTableInvalid: return QStringLiteral("the name table is missing or runs past the end of the file");
-    case OpenError::OutOfMemory: return QStringLiteral("not enough memory for the record or name table");
+        return QStringLiteral("The maximum number of chunks that Zarnel can process is %1.")
+            .arg(ba2::kMaxChunks);
+    case OpenError::BadChunkRecordSize:
+        return QStringLiteral("a texture's chunk records are not 24 bytes long");
+    case OpenError::RecordsTruncated:
+        return QStringLiteral("the record table runs past the end of the file");
+    case OpenError::NameTableInvalid:
+        return QStringLiteral("the name table is missing or runs past the end of the file");
+    case OpenError::OutOfMemory:
+        return QStringLiteral("not enough memory for the record or name table");
     }
     return QString();
 }
 
 void splitPath(QString text, QString separator, QString& head, QString& tail)
 {
-    const QStringList parts = text.trimmed().split(separator, Qt::KeepEmptyParts, Qt::CaseSensitive);
+    const QStringList parts
+        = text.trimmed().split(separator, Qt::KeepEmptyParts, Qt::CaseSensitive);
     head.clear();
-    for (int i = 0; i + 1 < parts.size(); ++i) head += parts[i] + separator;
+    for (int i = 0; i + 1 < parts.size(); ++i)
+        head += parts[i] + separator;
     tail = parts.isEmpty() ? QString() : parts.last();
 }
 
@@ -290,7 +315,8 @@ QString archiveInfoLine1(const ArchiveReader& reader)
 
 QString archiveInfoLine2(const ArchiveReader& reader)
 {
-    return QStringLiteral("Format: ") + (reader.isTexture ? QStringLiteral("DDS(Texture)") : QStringLiteral("General"));
+    return QStringLiteral("Format: ")
+        + (reader.isTexture ? QStringLiteral("DDS(Texture)") : QStringLiteral("General"));
 }
 
 QString archiveInfoLine3(const ArchiveReader& reader)
@@ -299,6 +325,7 @@ QString archiveInfoLine3(const ArchiveReader& reader)
     // The ratio is worked out in single precision, as the figure users compare against.
     const float quotient = float(reader.packedTotal) / float(reader.unpackedTotal);
     const float ratio = float(double(quotient) * 100.0);
-    return QStringLiteral("Compression: ") + (reader.version == 3 ? QStringLiteral("LZ4") : QStringLiteral("zlib"))
-           + QString::asprintf(" (%3.2f%%)", double(ratio));
+    return QStringLiteral("Compression: ")
+        + (reader.version == 3 ? QStringLiteral("LZ4") : QStringLiteral("zlib"))
+        + QString::asprintf(" (%3.2f%%)", double(ratio));
 }

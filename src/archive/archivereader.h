@@ -16,7 +16,8 @@ class QProgressBar;
 class QProgressDialog;
 
 // One chunk of a texture as loaded (the low byte of each mip index is kept).
-struct ChunkInfo {
+struct ChunkInfo
+{
     uint64_t dataOffset = 0;
     uint32_t packedSize = 0;
     uint32_t unpackedSize = 0;
@@ -26,7 +27,8 @@ struct ChunkInfo {
 
 // One file of the archive as loaded. The general fields are valid in a general archive,
 // the texture fields (and the chunks, through ArchiveReader::chunks) in a texture archive.
-struct FileRecord {
+struct FileRecord
+{
     uint32_t nameHash = 0;
     uint32_t extension = 0;
     uint32_t directoryHash = 0;
@@ -44,10 +46,10 @@ struct FileRecord {
     uint8_t mipCount = 0;
     uint8_t format = 0;
     uint16_t textureFlags = 0;
-    uint32_t firstChunk = 0;  // index of this texture's first chunk in the reader's chunk table
+    uint32_t firstChunk = 0; // index of this texture's first chunk in the reader's chunk table
     // name
     uint16_t nameEntryLength = 0;
-    const char* name = nullptr;  // NUL-terminated, '/' separators, UTF-8 by convention
+    const char* name = nullptr; // NUL-terminated, '/' separators, UTF-8 by convention
 };
 
 // Why open() refused an archive (None after success).
@@ -65,7 +67,8 @@ enum class OpenError {
     OutOfMemory,        // the records or names the file claims to hold do not fit in memory
 };
 
-class ArchiveReader {
+class ArchiveReader
+{
 public:
     ArchiveReader();
     ~ArchiveReader();
@@ -88,10 +91,13 @@ public:
     int extractAll(QString targetFolder, QProgressDialog* progressDialog);
 
     OpenError openError() const { return lastError; }
-    QString errorText() const;  // one line for the CLI; empty after success
+    QString errorText() const; // one line for the CLI; empty after success
 
     // The chunks of texture record i (chunkCount of them).
-    const ChunkInfo* chunks(const FileRecord& record) const { return chunkTable.data() + record.firstChunk; }
+    const ChunkInfo* chunks(const FileRecord& record) const
+    {
+        return chunkTable.data() + record.firstChunk;
+    }
     const FileRecord& record(uint32_t i) const { return records[i]; }
     QString nameOf(uint32_t i) const { return QString::fromUtf8(records[i].name); }
 

@@ -20,13 +20,15 @@ bool ArchiveReader::open(QString path, QProgressBar* progressBar)
     case OpenError::UnsupportedVer3:
         Dialogs::current().showMessage(
             QMessageBox::Warning,
-            QStringLiteral("This is Ver3-BA2 of a kind not yet supported.(code:%1)").arg(int(compressionCode)),
+            QStringLiteral("This is Ver3-BA2 of a kind not yet supported.(code:%1)")
+                .arg(int(compressionCode)),
             QStringLiteral("Please report to the author."));
         break;
     case OpenError::TooManyChunks:
         Dialogs::current().showMessage(
             QMessageBox::Warning,
-            QStringLiteral("The maximum number of chunks that Zarnel can process is %1.").arg(int(ba2::kMaxChunks)),
+            QStringLiteral("The maximum number of chunks that Zarnel can process is %1.")
+                .arg(int(ba2::kMaxChunks)),
             QString());
         break;
     default:
@@ -47,7 +49,8 @@ int ArchiveReader::extractAll(QString targetFolder, QProgressDialog* progressDia
     progressDialog->close();
     QApplication::processEvents();
 
-    Dialogs::current().showMessage(result.status < 0 ? QMessageBox::Warning : QMessageBox::Information,
-                                   QStringLiteral("Extract All"), extractOutcomeText(result.status));
+    Dialogs::current().showMessage(
+        result.status < 0 ? QMessageBox::Warning : QMessageBox::Information,
+        QStringLiteral("Extract All"), extractOutcomeText(result.status));
     return result.status;
 }

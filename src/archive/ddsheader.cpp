@@ -9,8 +9,8 @@ namespace {
 
 constexpr uint32_t fourCC(const char (&c)[5])
 {
-    return uint32_t(uint8_t(c[0])) | (uint32_t(uint8_t(c[1])) << 8) | (uint32_t(uint8_t(c[2])) << 16)
-        | (uint32_t(uint8_t(c[3])) << 24);
+    return uint32_t(uint8_t(c[0])) | (uint32_t(uint8_t(c[1])) << 8)
+        | (uint32_t(uint8_t(c[2])) << 16) | (uint32_t(uint8_t(c[3])) << 24);
 }
 
 constexpr uint32_t kFourCC = 0x4;
@@ -18,23 +18,24 @@ constexpr uint32_t kRgb = 0x40;
 constexpr uint32_t kRgbAlpha = 0x41;
 constexpr uint32_t kLuminance = 0x20000;
 
-constexpr uint32_t kPitchFlags = 0x100F;    // caps, height, width, pitch, pixel format
-constexpr uint32_t kLinearFlags = 0x81007;  // caps, height, width, pixel format, linear size
+constexpr uint32_t kPitchFlags = 0x100F;   // caps, height, width, pitch, pixel format
+constexpr uint32_t kLinearFlags = 0x81007; // caps, height, width, pixel format, linear size
 constexpr uint32_t kMipCountFlag = 0x20000;
 constexpr uint32_t kCapsTexture = 0x1000;
-constexpr uint32_t kCapsMipmapped = 0x401008;  // complex | texture | mipmap
+constexpr uint32_t kCapsMipmapped = 0x401008; // complex | texture | mipmap
 constexpr uint32_t kCaps2CubeAllFaces = 0xFE00;
 
 enum SizeRule : uint8_t { Pitch, Linear };
 
-struct FormatRow {
+struct FormatRow
+{
     uint8_t code;
     uint32_t pixelFlags;
     uint32_t fourCC;
     uint32_t bitCount;
-    uint32_t masks[4];  // red, green, blue, alpha
+    uint32_t masks[4]; // red, green, blue, alpha
     SizeRule rule;
-    uint8_t bytes;      // per pixel (pitch) or per 4x4 block (linear)
+    uint8_t bytes; // per pixel (pitch) or per 4x4 block (linear)
     bool dx10;
 };
 
@@ -67,7 +68,7 @@ const FormatRow* findFormat(uint8_t code)
     return nullptr;
 }
 
-}  // namespace
+} // namespace
 
 void initDdsHeader(unsigned char header[kDdsHeaderCapacity])
 {
@@ -77,7 +78,10 @@ void initDdsHeader(unsigned char header[kDdsHeaderCapacity])
     ba2::writeLE32(header + 76, 32);
 }
 
-bool ddsFormatSupported(uint8_t format) { return findFormat(format) != nullptr; }
+bool ddsFormatSupported(uint8_t format)
+{
+    return findFormat(format) != nullptr;
+}
 
 int buildDdsHeader(unsigned char header[kDdsHeaderCapacity], const FileRecord& record)
 {
@@ -107,15 +111,16 @@ int buildDdsHeader(unsigned char header[kDdsHeaderCapacity], const FileRecord& r
     ba2::writeLE32(header + 80, row->pixelFlags);
     ba2::writeLE32(header + 84, row->fourCC);
     ba2::writeLE32(header + 88, row->bitCount);
-    for (int i = 0; i < 4; ++i) ba2::writeLE32(header + 92 + 4 * i, row->masks[i]);
+    for (int i = 0; i < 4; ++i)
+        ba2::writeLE32(header + 92 + 4 * i, row->masks[i]);
     ba2::writeLE32(header + 108, record.mipCount > 1 ? kCapsMipmapped : kCapsTexture);
     ba2::writeLE32(header + 112, (record.textureFlags & 1) ? kCaps2CubeAllFaces : 0);
 
     if (!row->dx10) return 128;
     ba2::writeLE32(header + 128, record.format);
-    ba2::writeLE32(header + 132, 3);  // texture 2D
+    ba2::writeLE32(header + 132, 3); // texture 2D
     ba2::writeLE32(header + 136, 0);
-    ba2::writeLE32(header + 140, 1);  // array size
+    ba2::writeLE32(header + 140, 1); // array size
     ba2::writeLE32(header + 144, 0);
     return 148;
 }

@@ -31,11 +31,18 @@ namespace {
 // Largest output a stream of n bytes can honestly decode to: deflate cannot expand by more
 // than 1032:1 and an LZ4 block by more than 255:1, so anything beyond is a lie of the record
 // and is refused before memory is reserved for it.
-uint64_t zlibExpansionLimit(uint64_t packed) { return packed * 1032 + 1024; }
-uint64_t lz4ExpansionLimit(uint64_t packed) { return packed * 255 + 16; }
+uint64_t zlibExpansionLimit(uint64_t packed)
+{
+    return packed * 1032 + 1024;
+}
+uint64_t lz4ExpansionLimit(uint64_t packed)
+{
+    return packed * 255 + 16;
+}
 
 // One stored block: a general file, or one chunk of a texture.
-struct Piece {
+struct Piece
+{
     uint64_t dataOffset;
     uint32_t packedSize;
     uint32_t unpackedSize;
@@ -43,18 +50,23 @@ struct Piece {
 
 // Reads and decodes pieces into work buffers that follow the largest piece actually handled.
 // Reads use pread on the archive's descriptor, so several decoders may share one open file.
-class PieceDecoder {
+class PieceDecoder
+{
 public:
     PieceDecoder(int fd, const char* mapped, uint64_t fileSize, uint32_t version, bool generalV3)
-        : fd(fd), mapped(mapped), fileSize(fileSize), lz4(version == 3), generalV3(generalV3)
-    {
-    }
+        : fd(fd)
+        , mapped(mapped)
+        , fileSize(fileSize)
+        , lz4(version == 3)
+        , generalV3(generalV3)
+    { }
 
     // On success data/size describe the decoded bytes until the next call.
     int decode(const Piece& piece)
     {
         const uint64_t stored = piece.packedSize ? piece.packedSize : piece.unpackedSize;
-        if (piece.dataOffset > fileSize || stored > fileSize - piece.dataOffset) return ArchiveStatus::FileReadError;
+        if (piece.dataOffset > fileSize || stored > fileSize - piece.dataOffset)
+            return ArchiveStatus::FileReadError;
         size = piece.unpackedSize;
         data = nullptr;
         if (piece.packedSize == 0) {
@@ -63,10 +75,12 @@ public:
             return data ? int(ArchiveStatus::Complete) : int(ArchiveStatus::FileReadError);
         }
         if (generalV3) return ArchiveStatus::DdsOrVer3General;
-        const uint64_t limit = lz4 ? lz4ExpansionLimit(piece.packedSize) : zlibExpansionLimit(piece.packedSize);
+        const uint64_t limit
+            = lz4 ? lz4ExpansionLimit(piece.packedSize) : zlibExpansionLimit(piece.packedSize);
         const int failure = lz4 ? ArchiveStatus::Lz4Error : ArchiveStatus::ZlibError;
         if (piece.unpackedSize > limit) return failure;
-        if (!reserve(unpackedBuffer, std::max<uint32_t>(size, 1))) return ArchiveStatus::FileReadError;
+        if (!reserve(unpackedBuffer, std::max<uint32_t>(size, 1)))
+            return ArchiveStatus::FileReadError;
         const char* packed = fetch(piece.dataOffset, piece.packedSize);
         if (!packed) return ArchiveStatus::FileReadError;
         const bool ok = lz4 ? decompressLz4(packed, piece.packedSize, unpackedBuffer.data(),
@@ -83,7 +97,8 @@ public:
 private:
     // Left uninitialised on purpose: a page the decoder never writes is never touched, so a
     // record that claims far more than its stream yields costs address space, not memory.
-    struct WorkBuffer {
+    struct WorkBuffer
+    {
         std::unique_ptr<char[]> bytes;
         size_t capacity = 0;
         char* data() const { return bytes.get(); }
@@ -105,7 +120,8 @@ private:
     const char* fetch(uint64_t offset, uint32_t length)
     {
         if (mapped) return mapped + offset;
-        if (!reserve(packedBuffer, length) || !readAt(offset, packedBuffer.data(), length)) return nullptr;
+        if (!reserve(packedBuffer, length) || !readAt(offset, packedBuffer.data(), length))
+            return nullptr;
         return packedBuffer.data();
     }
 
@@ -134,9 +150,11 @@ private:
 // would count in full against the process: pages of finished pieces are given back in
 // batches. A page dropped under a thread that still reads it is faulted in again from the
 // page cache, so forgetting too much costs time, never correctness.
-class ArchiveMapping {
+class ArchiveMapping
+{
 public:
-    explicit ArchiveMapping(const ArchiveReader& reader) : size(size_t(reader.fileSize))
+    explicit ArchiveMapping(const ArchiveReader& reader)
+        : size(size_t(reader.fileSize))
     {
         if (!ArchiveReader::mapFiles || reader.fileSize <= 0) return;
         void* m = ::mmap(nullptr, size, PROT_READ, MAP_SHARED, reader.file.handle(), 0);
@@ -199,7 +217,8 @@ std::vector<Piece> piecesOf(const ArchiveReader& reader)
 bool worthThreads(const std::vector<Piece>& pieces)
 {
     uint64_t bytes = 0;
-    for (const Piece& p : pieces) bytes += p.packedSize ? p.packedSize : p.unpackedSize;
+    for (const Piece& p : pieces)
+        bytes += p.packedSize ? p.packedSize : p.unpackedSize;
     return !pieces.empty() && bytes / pieces.size() >= 16 * 1024;
 }
 
@@ -209,15 +228,19 @@ bool worthThreads(const std::vector<Piece>& pieces)
 // of order; after a failure the caller cuts the file back to what went in before it, which is
 // what a one-thread run leaves. In a verification nothing is written and a piece is done once
 // decoded.
-class PieceWorkers {
+class PieceWorkers
+{
 public:
-    static constexpr int kPending = 100;  // not yet done
-    static constexpr int kSkipped = 101;  // not written: its file was given up
+    static constexpr int kPending = 100; // not yet done
+    static constexpr int kSkipped = 101; // not written: its file was given up
 
-    PieceWorkers(const ArchiveReader& reader, const std::vector<Piece>& pieces, std::vector<uint32_t> owner,
-                 ArchiveMapping& mapping, int jobs, bool writing)
-        : pieces(pieces), fileOf(std::move(owner)), mapping(mapping), writing(writing),
-          status(pieces.size(), kPending)
+    PieceWorkers(const ArchiveReader& reader, const std::vector<Piece>& pieces,
+                 std::vector<uint32_t> owner, ArchiveMapping& mapping, int jobs, bool writing)
+        : pieces(pieces)
+        , fileOf(std::move(owner))
+        , mapping(mapping)
+        , writing(writing)
+        , status(pieces.size(), kPending)
     {
         const bool generalV3 = reader.version == 3 && !reader.isTexture;
         if (writing) {
@@ -236,13 +259,14 @@ public:
             written.assign(pieces.size(), 0);
         }
         for (int w = 0; w < jobs; ++w) {
-            decoders.emplace_back(new PieceDecoder(reader.file.handle(), mapping.data(), uint64_t(reader.fileSize),
-                                                   reader.version, generalV3));
+            decoders.emplace_back(new PieceDecoder(reader.file.handle(), mapping.data(),
+                                                   uint64_t(reader.fileSize), reader.version,
+                                                   generalV3));
             PieceDecoder* decoder = decoders.back().get();
             try {
                 threads.emplace_back([this, decoder] { work(*decoder); });
             } catch (const std::system_error&) {
-                break;  // fewer threads; with none the caller works alone
+                break; // fewer threads; with none the caller works alone
             }
         }
     }
@@ -252,7 +276,10 @@ public:
     bool running() const { return !threads.empty(); }
 
     // Index of file i's first piece (the piece count when i is one past the last file).
-    size_t firstPieceOf(uint32_t file) const { return file < files.size() ? files[file].firstPiece : pieces.size(); }
+    size_t firstPieceOf(uint32_t file) const
+    {
+        return file < files.size() ? files[file].firstPiece : pieces.size();
+    }
     uint32_t fileOfPiece(size_t k) const { return fileOf[k]; }
 
     // File i is open on fd (its header of headerLength bytes written): its pieces may go in.
@@ -282,7 +309,8 @@ public:
     {
         std::unique_lock<std::mutex> lock(mutex);
         while (finishedPrefix() < k) {
-            if (done.wait_for(lock, std::chrono::milliseconds(200)) != std::cv_status::timeout) continue;
+            if (done.wait_for(lock, std::chrono::milliseconds(200)) != std::cv_status::timeout)
+                continue;
             lock.unlock();
             progress.processEvents();
             lock.lock();
@@ -307,7 +335,8 @@ public:
         }
         wake.notify_all();
         opened.notify_all();
-        for (std::thread& t : threads) t.join();
+        for (std::thread& t : threads)
+            t.join();
         threads.clear();
         return firstFailed;
     }
@@ -316,10 +345,14 @@ public:
 
     // Where a file has to be cut after piece k failed: its header and everything before the
     // failure, as one-thread writing would have left it.
-    uint64_t cutAfterFailure(size_t k) const { return files[fileOf[k]].base + pieceOffset[k] + written[k]; }
+    uint64_t cutAfterFailure(size_t k) const
+    {
+        return files[fileOf[k]].base + pieceOffset[k] + written[k];
+    }
 
 private:
-    struct FileSlot {
+    struct FileSlot
+    {
         enum State : uint8_t { Closed, Open };
         size_t firstPiece = 0;
         uint32_t pieceCount = 0;
@@ -330,14 +363,15 @@ private:
 
     size_t finishedPrefix()
     {
-        while (prefix < status.size() && status[prefix] != kPending) ++prefix;
+        while (prefix < status.size() && status[prefix] != kPending)
+            ++prefix;
         return prefix;
     }
 
     // May piece k be written now, or be settled without writing?
     bool settled(size_t k) const
     {
-        if (stopping && fileOf[k] >= published) return true;  // its file will never open
+        if (stopping && fileOf[k] >= published) return true; // its file will never open
         return files[fileOf[k]].state == FileSlot::Open;
     }
 
@@ -391,17 +425,17 @@ private:
 
     const std::vector<Piece>& pieces;
     std::vector<uint32_t> fileOf;
-    std::vector<uint64_t> pieceOffset;  // where in its file's data a piece begins
-    std::vector<uint32_t> written;      // bytes of each piece that went in
+    std::vector<uint64_t> pieceOffset; // where in its file's data a piece begins
+    std::vector<uint32_t> written;     // bytes of each piece that went in
     ArchiveMapping& mapping;
     const bool writing;
     std::vector<FileSlot> files;
     std::vector<std::unique_ptr<PieceDecoder>> decoders;
     std::vector<std::thread> threads;
     std::mutex mutex;
-    std::condition_variable wake;    // workers: stop
-    std::condition_variable opened;  // workers: a file opened
-    std::condition_variable done;    // caller: a piece is done
+    std::condition_variable wake;   // workers: stop
+    std::condition_variable opened; // workers: a file opened
+    std::condition_variable done;   // caller: a piece is done
     std::vector<int> status;
     size_t next = 0;
     size_t prefix = 0;
@@ -425,10 +459,11 @@ bool nameIsSafe(const FileRecord& record)
 {
     const char* name = record.name;
     const size_t length = strlen(name);
-    if (length != record.nameEntryLength) return false;  // a NUL inside the name
-    if (length == 0) return true;  // fails later as an unopenable file, like any other
+    if (length != record.nameEntryLength) return false; // a NUL inside the name
+    if (length == 0) return true; // fails later as an unopenable file, like any other
     if (name[0] == '/') return false;
-    if (length >= 2 && name[1] == ':' && ((name[0] | 0x20) >= 'a' && (name[0] | 0x20) <= 'z')) return false;
+    if (length >= 2 && name[1] == ':' && ((name[0] | 0x20) >= 'a' && (name[0] | 0x20) <= 'z'))
+        return false;
     const char* part = name;
     while (true) {
         const char* slash = strchr(part, '/');
@@ -442,7 +477,8 @@ bool nameIsSafe(const FileRecord& record)
 
 // Makes each missing folder of a name's directory part under target, one level at a time,
 // and adds those it made to created.
-void makeFolders(const QString& target, const QString& directoryPart, QStringList* created = nullptr)
+void makeFolders(const QString& target, const QString& directoryPart,
+                 QStringList* created = nullptr)
 {
     const QStringList parts = directoryPart.split(QLatin1Char('/'), Qt::KeepEmptyParts);
     QString path = target;
@@ -471,8 +507,9 @@ bool writeAll(int fd, const char* data, size_t length)
 // (an existing file is only opened once everything before it went in), and are removed
 // again with the folders made for them.
 // Nothing when no worker thread could be started.
-std::optional<ExtractResult> extractWithWorkers(ArchiveReader& reader, const QString& target, Progress& progress,
-                                                int jobs, const std::vector<Piece>& pieces)
+std::optional<ExtractResult> extractWithWorkers(ArchiveReader& reader, const QString& target,
+                                                Progress& progress, int jobs,
+                                                const std::vector<Piece>& pieces)
 {
     ArchiveMapping mapping(reader);
     PieceWorkers workers(reader, pieces, ownersOf(reader), mapping, jobs, true);
@@ -480,11 +517,12 @@ std::optional<ExtractResult> extractWithWorkers(ArchiveReader& reader, const QSt
     unsigned char ddsHeader[kDdsHeaderCapacity];
     if (reader.isTexture) initDdsHeader(ddsHeader);
 
-    struct OpenFile {
+    struct OpenFile
+    {
         uint32_t file;
         int fd;
     };
-    std::deque<OpenFile> open;  // files whose pieces may still be going in
+    std::deque<OpenFile> open; // files whose pieces may still be going in
     std::vector<std::pair<uint32_t, QByteArray>> madeFiles;
     std::vector<std::pair<uint32_t, QString>> madeFolders;
     const size_t maxOpen = size_t(jobs) * 4;
@@ -510,8 +548,9 @@ std::optional<ExtractResult> extractWithWorkers(ArchiveReader& reader, const QSt
         }
         bool failedBefore = false;
         while (open.size() >= maxOpen && !failedBefore) {
-            failedBefore = !workers.waitAllBefore(workers.firstPieceOf(open.front().file + 1), progress);
-            if (failedBefore) break;  // that file may still have to be cut
+            failedBefore
+                = !workers.waitAllBefore(workers.firstPieceOf(open.front().file + 1), progress);
+            if (failedBefore) break; // that file may still have to be cut
             ::close(open.front().fd);
             open.pop_front();
         }
@@ -528,7 +567,8 @@ std::optional<ExtractResult> extractWithWorkers(ArchiveReader& reader, const QSt
             }
             QStringList folders;
             makeFolders(target, directoryPart, &folders);
-            for (const QString& folder : folders) madeFolders.emplace_back(i, folder);
+            for (const QString& folder : folders)
+                madeFolders.emplace_back(i, folder);
             fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         }
         if (fd >= 0) {
@@ -562,7 +602,7 @@ std::optional<ExtractResult> extractWithWorkers(ArchiveReader& reader, const QSt
     const size_t bad = workers.stop();
 
     ExtractResult result;
-    uint32_t last = stopFile;  // the last file a one-thread run would have touched
+    uint32_t last = stopFile; // the last file a one-thread run would have touched
     result.status = stopStatus;
     if (bad != SIZE_MAX && workers.fileOfPiece(bad) < stopFile) {
         last = workers.fileOfPiece(bad);
@@ -571,23 +611,26 @@ std::optional<ExtractResult> extractWithWorkers(ArchiveReader& reader, const QSt
             if (f.file == last) {
                 const uint64_t cut = workers.cutAfterFailure(bad);
                 struct stat info;
-                if (::fstat(f.fd, &info) == 0 && uint64_t(info.st_size) > cut) (void)::ftruncate(f.fd, off_t(cut));
+                if (::fstat(f.fd, &info) == 0 && uint64_t(info.st_size) > cut)
+                    (void)::ftruncate(f.fd, off_t(cut));
             }
     }
-    for (const OpenFile& f : open) ::close(f.fd);
+    for (const OpenFile& f : open)
+        ::close(f.fd);
     if (last == UINT32_MAX) {
         progress.setMaximum(100);
         progress.setValue(100);
         return result;
     }
     if (result.status != ArchiveStatus::Aborted) result.failedName = reader.nameOf(last);
-    for (auto it = madeFiles.rbegin(); it != madeFiles.rend() && it->first > last; ++it) ::unlink(it->second.constData());
+    for (auto it = madeFiles.rbegin(); it != madeFiles.rend() && it->first > last; ++it)
+        ::unlink(it->second.constData());
     for (auto it = madeFolders.rbegin(); it != madeFolders.rend() && it->first > last; ++it)
         ::rmdir(QFile::encodeName(it->second).constData());
     return result;
 }
 
-}  // namespace
+} // namespace
 
 int defaultJobCount()
 {
@@ -595,7 +638,8 @@ int defaultJobCount()
     return n == 0 ? 1 : int(std::min(n, 64u));
 }
 
-ExtractResult extractArchive(ArchiveReader& reader, const QString& targetFolder, Progress& progress, int jobs)
+ExtractResult extractArchive(ArchiveReader& reader, const QString& targetFolder, Progress& progress,
+                             int jobs)
 {
     ExtractResult result;
     if (!QFileInfo(targetFolder).isDir()) {
@@ -608,20 +652,22 @@ ExtractResult extractArchive(ArchiveReader& reader, const QString& targetFolder,
     progress.setMaximum(int(std::min<uint32_t>(reader.fileCount, INT32_MAX)));
     const std::vector<Piece> pieces = piecesOf(reader);
     if (jobs > 1 && worthThreads(pieces))
-        if (std::optional<ExtractResult> done = extractWithWorkers(reader, target, progress, jobs, pieces)) return *done;
+        if (std::optional<ExtractResult> done
+            = extractWithWorkers(reader, target, progress, jobs, pieces))
+            return *done;
 
     unsigned char ddsHeader[kDdsHeaderCapacity];
     if (reader.isTexture) initDdsHeader(ddsHeader);
     ArchiveMapping mapping(reader);
-    PieceDecoder decoder(reader.file.handle(), mapping.data(), uint64_t(reader.fileSize), reader.version,
-                         reader.version == 3 && !reader.isTexture);
+    PieceDecoder decoder(reader.file.handle(), mapping.data(), uint64_t(reader.fileSize),
+                         reader.version, reader.version == 3 && !reader.isTexture);
     size_t piece = 0;
 
     for (uint32_t i = 0; i < reader.fileCount; ++i) {
         progress.setValue(int(std::min<uint32_t>(i, INT32_MAX)));
         if (progress.wasCanceled()) {
             result.status = ArchiveStatus::Aborted;
-            result.failedName.clear();  // nothing failed
+            result.failedName.clear(); // nothing failed
             return result;
         }
         const FileRecord& record = reader.records[i];
@@ -680,8 +726,8 @@ bool verifyArchive(ArchiveReader& reader, QString& fault, int jobs)
 {
     const std::vector<Piece> pieces = piecesOf(reader);
     ArchiveMapping mapping(reader);
-    PieceDecoder decoder(reader.file.handle(), mapping.data(), uint64_t(reader.fileSize), reader.version,
-                         reader.version == 3 && !reader.isTexture);
+    PieceDecoder decoder(reader.file.handle(), mapping.data(), uint64_t(reader.fileSize),
+                         reader.version, reader.version == 3 && !reader.isTexture);
     std::unique_ptr<PieceWorkers> workers;
     if (jobs > 1 && worthThreads(pieces))
         workers.reset(new PieceWorkers(reader, pieces, ownersOf(reader), mapping, jobs, false));
@@ -709,7 +755,8 @@ bool verifyArchive(ArchiveReader& reader, QString& fault, int jobs)
             }
             if (status == ArchiveStatus::Complete) continue;
             const QString detail = extractStatusDetail(status);
-            return report(reader.isTexture ? QStringLiteral("chunk %1: %2").arg(c).arg(detail) : detail);
+            return report(reader.isTexture ? QStringLiteral("chunk %1: %2").arg(c).arg(detail)
+                                           : detail);
         }
     }
     fault.clear();

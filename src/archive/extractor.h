@@ -3,9 +3,10 @@
 
 #include "archive/archivereader.h"
 
-struct ExtractResult {
-    int status = 0;       // ArchiveStatus
-    QString failedName;   // the stored name where a failure happened
+struct ExtractResult
+{
+    int status = 0;     // ArchiveStatus
+    QString failedName; // the stored name where a failure happened
 };
 
 // Writes every file under targetFolder (which must exist), making folders as needed and
@@ -14,7 +15,8 @@ struct ExtractResult {
 // refused. Files written before a failure stay. jobs > 1 decodes and writes on that many worker
 // threads while this thread opens the files in record order: the files left behind (after a
 // cancel or a failure too) are those of a one-thread run.
-ExtractResult extractArchive(ArchiveReader& reader, const QString& targetFolder, Progress& progress, int jobs = 1);
+ExtractResult extractArchive(ArchiveReader& reader, const QString& targetFolder, Progress& progress,
+                             int jobs = 1);
 
 // Decodes every block in memory and checks every size and every texture's format.
 // Returns true for a sound archive; otherwise fault names the first problem and its file.

@@ -95,13 +95,14 @@ ChunkRecord decodeChunkRecord(const unsigned char in[kChunkRecordSize])
     return c;
 }
 
-}  // namespace ba2
+} // namespace ba2
 
 NameHashTable::NameHashTable()
 {
     for (uint32_t i = 0; i < 256; ++i) {
         uint32_t c = i;
-        for (int k = 0; k < 8; ++k) c = (c & 1) ? (c >> 1) ^ 0xEDB88320u : c >> 1;
+        for (int k = 0; k < 8; ++k)
+            c = (c & 1) ? (c >> 1) ^ 0xEDB88320u : c >> 1;
         nameHashTable[i] = c;
     }
     nameHashReady = true;

@@ -8,15 +8,15 @@
 
 namespace ba2 {
 
-constexpr uint32_t kMagic = 0x58445442;        // "BTDX"
-constexpr uint32_t kTypeGeneral = 0x4C524E47;  // "GNRL"
-constexpr uint32_t kTypeTexture = 0x30315844;  // "DX10"
-constexpr uint32_t kCompressionLz4 = 3;        // the only version-3 compression code we accept
+constexpr uint32_t kMagic = 0x58445442;       // "BTDX"
+constexpr uint32_t kTypeGeneral = 0x4C524E47; // "GNRL"
+constexpr uint32_t kTypeTexture = 0x30315844; // "DX10"
+constexpr uint32_t kCompressionLz4 = 3;       // the only version-3 compression code we accept
 
 constexpr uint32_t kGeneralRecordSize = 36;
 constexpr uint32_t kTextureRecordSize = 24;
 constexpr uint32_t kChunkRecordSize = 24;
-constexpr uint32_t kMaxChunks = 16;  // most chunk records a texture may carry
+constexpr uint32_t kMaxChunks = 16; // most chunk records a texture may carry
 constexpr uint32_t kGeneralRecordFlags = 0x00100100;
 constexpr uint32_t kSentinel = 0xBAADF00D;
 constexpr uint16_t kWrittenTextureFlags = 0x0800;
@@ -27,17 +27,19 @@ constexpr uint32_t headerSizeFor(uint32_t version)
     return version == 3 ? 36u : version == 2 ? 32u : 24u;
 }
 
-struct ArchiveHeader {
+struct ArchiveHeader
+{
     uint32_t magic = kMagic;
     uint32_t version = 1;
     uint32_t archiveType = kTypeGeneral;
     uint32_t fileCount = 0;
     uint64_t nameTableOffset = 0;
-    uint64_t headerExtra = 0;      // versions 2 and 3
-    uint32_t compressionCode = 0;  // version 3
+    uint64_t headerExtra = 0;     // versions 2 and 3
+    uint32_t compressionCode = 0; // version 3
 };
 
-struct GeneralFileRecord {
+struct GeneralFileRecord
+{
     uint32_t nameHash = 0;
     uint32_t extension = 0;
     uint32_t directoryHash = 0;
@@ -48,7 +50,8 @@ struct GeneralFileRecord {
     uint32_t sentinel = kSentinel;
 };
 
-struct TextureFileRecord {
+struct TextureFileRecord
+{
     uint32_t nameHash = 0;
     uint32_t extension = 0;
     uint32_t directoryHash = 0;
@@ -62,7 +65,8 @@ struct TextureFileRecord {
     uint16_t textureFlags = kWrittenTextureFlags;
 };
 
-struct ChunkRecord {
+struct ChunkRecord
+{
     uint64_t dataOffset = 0;
     uint32_t packedSize = 0;
     uint32_t unpackedSize = 0;
@@ -72,7 +76,10 @@ struct ChunkRecord {
 };
 
 // Little-endian field access on raw bytes (the host may be of either order).
-inline uint16_t readLE16(const unsigned char* p) { return uint16_t(p[0] | (p[1] << 8)); }
+inline uint16_t readLE16(const unsigned char* p)
+{
+    return uint16_t(p[0] | (p[1] << 8));
+}
 inline uint32_t readLE32(const unsigned char* p)
 {
     return uint32_t(p[0]) | (uint32_t(p[1]) << 8) | (uint32_t(p[2]) << 16) | (uint32_t(p[3]) << 24);
@@ -88,15 +95,17 @@ inline void writeLE16(unsigned char* p, uint16_t v)
 }
 inline void writeLE32(unsigned char* p, uint32_t v)
 {
-    for (int i = 0; i < 4; ++i) p[i] = uint8_t(v >> (8 * i));
+    for (int i = 0; i < 4; ++i)
+        p[i] = uint8_t(v >> (8 * i));
 }
 inline void writeLE64(unsigned char* p, uint64_t v)
 {
-    for (int i = 0; i < 8; ++i) p[i] = uint8_t(v >> (8 * i));
+    for (int i = 0; i < 8; ++i)
+        p[i] = uint8_t(v >> (8 * i));
 }
 
 // Serialise the structures exactly as they stand on disk. Each returns the bytes written.
-uint32_t encodeHeader(const ArchiveHeader& h, unsigned char* out);  // headerSizeFor(h.version)
+uint32_t encodeHeader(const ArchiveHeader& h, unsigned char* out); // headerSizeFor(h.version)
 void encodeGeneralRecord(const GeneralFileRecord& r, unsigned char out[kGeneralRecordSize]);
 void encodeTextureRecord(const TextureFileRecord& r, unsigned char out[kTextureRecordSize]);
 void encodeChunkRecord(const ChunkRecord& c, unsigned char out[kChunkRecordSize]);
@@ -104,13 +113,14 @@ GeneralFileRecord decodeGeneralRecord(const unsigned char in[kGeneralRecordSize]
 TextureFileRecord decodeTextureRecord(const unsigned char in[kTextureRecordSize]);
 ChunkRecord decodeChunkRecord(const unsigned char in[kChunkRecordSize]);
 
-}  // namespace ba2
+} // namespace ba2
 
 // The CRC-32 table (reflected, polynomial 0xEDB88320) that NameHash runs on.
-struct NameHashTable {
+struct NameHashTable
+{
     uint32_t nameHashTable[256];
     bool nameHashReady = false;
-    NameHashTable();  // builds the table and sets nameHashReady
+    NameHashTable(); // builds the table and sets nameHashReady
 };
 
 // Name hash of a path: CRC-32 with start value 0 and no final inversion. In directory mode

@@ -3,7 +3,8 @@
 // learns about a cancel. The window adapts a QProgressDialog or QProgressBar, the CLI a
 // terminal line, tests a recorder; engines only ever see this interface.
 
-class Progress {
+class Progress
+{
 public:
     virtual ~Progress() = default;
     virtual void setMinimum(int minimum) { (void)minimum; }
@@ -12,8 +13,9 @@ public:
     // True once the user asked to stop; engines poll it only between files.
     virtual bool wasCanceled() { return false; }
     // Lets the window repaint during long loops; a no-op outside the window.
-    virtual void processEvents() {}
+    virtual void processEvents() { }
 };
 
 // For callers that want neither progress nor cancel.
-class NullProgress : public Progress {};
+class NullProgress : public Progress
+{ };

@@ -7,10 +7,10 @@ namespace ArchiveStatus {
 enum : int {
     Complete = 1,
     Aborted = 0,
-    SystemError = -1,        // extractor: target folder missing; writer: empty source list (silent)
+    SystemError = -1, // extractor: target folder missing; writer: empty source list (silent)
     FileOpenError = -2,
     FileWriteError = -3,
-    FileReadError = -4,      // a read came up short, or data lies outside the archive file
+    FileReadError = -4, // a read came up short, or data lies outside the archive file
     Lz4Error = -5,
     ZlibError = -6,
     UnsafeName = -7,         // extractor: a stored name would leave the target folder

@@ -18,24 +18,24 @@
 
 namespace {
 
-const char* const kUsage =
-    "Usage: zarnel-cli COMMAND [ARGS]\n"
-    "\n"
-    "Commands:\n"
-    "  info ARCHIVE                  print version and file count, format, compression\n"
-    "  list ARCHIVE                  print every stored name in record order\n"
-    "  extract ARCHIVE DIR           extract every file into the existing folder DIR\n"
-    "  verify ARCHIVE                decode every block in memory and check it\n"
-    "  create [OPTIONS] -o ARCHIVE PATH...\n"
-    "                                build an archive from files and folders\n"
-    "\n"
-    "Options:\n"
-    "  -j, --jobs N                  worker threads for extract, verify and create\n"
-    "                                (default: one per core)\n"
-    "  -h, --help                    show this help (also: zarnel-cli COMMAND --help)\n"
-    "  --version                     show the program version\n"
-    "\n"
-    "Exit status: 0 success, 1 failure, 2 usage error.\n";
+const char* const kUsage
+    = "Usage: zarnel-cli COMMAND [ARGS]\n"
+      "\n"
+      "Commands:\n"
+      "  info ARCHIVE                  print version and file count, format, compression\n"
+      "  list ARCHIVE                  print every stored name in record order\n"
+      "  extract ARCHIVE DIR           extract every file into the existing folder DIR\n"
+      "  verify ARCHIVE                decode every block in memory and check it\n"
+      "  create [OPTIONS] -o ARCHIVE PATH...\n"
+      "                                build an archive from files and folders\n"
+      "\n"
+      "Options:\n"
+      "  -j, --jobs N                  worker threads for extract, verify and create\n"
+      "                                (default: one per core)\n"
+      "  -h, --help                    show this help (also: zarnel-cli COMMAND --help)\n"
+      "  --version                     show the program version\n"
+      "\n"
+      "Exit status: 0 success, 1 failure, 2 usage error.\n";
 
 bool openArchive(ArchiveReader& reader, const QString& path, Progress& progress)
 {
@@ -46,29 +46,36 @@ bool openArchive(ArchiveReader& reader, const QString& path, Progress& progress)
 
 QString extractFailureText(const ExtractResult& result)
 {
-    if (result.status == ArchiveStatus::UnsupportedFormat) return QStringLiteral("Unsupported texture format.");
+    if (result.status == ArchiveStatus::UnsupportedFormat)
+        return QStringLiteral("Unsupported texture format.");
     return extractStatusDetail(result.status);
 }
 
 int commandHelp(const QString& command)
 {
     static const QHash<QString, const char*> help = {
-        {"info", "Usage: zarnel-cli info ARCHIVE\n\nPrints the archive's three information lines.\n"
-                 "Exit status: 0 success, 1 not a readable archive, 2 usage error.\n"},
-        {"list", "Usage: zarnel-cli list ARCHIVE\n\nPrints every stored name in record order.\n"
-                 "Exit status: 0 success, 1 not a readable archive, 2 usage error.\n"},
-        {"extract", "Usage: zarnel-cli extract ARCHIVE DIR\n\nExtracts every file into DIR, which must exist;\n"
-                    "existing files are overwritten. Prints Complete. or the failure.\n"
-                    "Exit status: 0 complete, 1 failure, 2 usage error.\n"},
-        {"verify", "Usage: zarnel-cli verify ARCHIVE\n\nDecodes every block in memory and checks every size and\n"
-                   "texture format. Prints OK or the first fault.\n"
-                   "Exit status: 0 OK, 1 fault, 2 usage error.\n"},
+        {"info",
+         "Usage: zarnel-cli info ARCHIVE\n\nPrints the archive's three information lines.\n"
+         "Exit status: 0 success, 1 not a readable archive, 2 usage error.\n"},
+        {"list",
+         "Usage: zarnel-cli list ARCHIVE\n\nPrints every stored name in record order.\n"
+         "Exit status: 0 success, 1 not a readable archive, 2 usage error.\n"},
+        {"extract",
+         "Usage: zarnel-cli extract ARCHIVE DIR\n\nExtracts every file into DIR, which must "
+         "exist;\n"
+         "existing files are overwritten. Prints Complete. or the failure.\n"
+         "Exit status: 0 complete, 1 failure, 2 usage error.\n"},
+        {"verify",
+         "Usage: zarnel-cli verify ARCHIVE\n\nDecodes every block in memory and checks every size "
+         "and\n"
+         "texture format. Prints OK or the first fault.\n"
+         "Exit status: 0 OK, 1 fault, 2 usage error.\n"},
     };
     std::fputs(help.value(command, kUsage), stdout);
     return 0;
 }
 
-}  // namespace
+} // namespace
 
 int main(int argc, char** argv)
 {
@@ -90,7 +97,8 @@ int main(int argc, char** argv)
         }
         bool ok = false;
         jobs = value.toInt(&ok);
-        if (!ok || jobs < 1 || jobs > 256) return usageError("zarnel-cli", QStringLiteral("--jobs needs a number from 1 to 256"));
+        if (!ok || jobs < 1 || jobs > 256)
+            return usageError("zarnel-cli", QStringLiteral("--jobs needs a number from 1 to 256"));
         --i;
     }
     if (args.isEmpty()) return usageError("zarnel-cli", QStringLiteral("missing command"));
@@ -107,7 +115,9 @@ int main(int argc, char** argv)
     if (args.contains("--help") || args.contains("-h")) return commandHelp(command);
 
     if (command == "info" || command == "list" || command == "verify") {
-        if (args.size() != 1) return usageError("zarnel-cli", QStringLiteral("%1 takes exactly one ARCHIVE").arg(command));
+        if (args.size() != 1)
+            return usageError("zarnel-cli",
+                              QStringLiteral("%1 takes exactly one ARCHIVE").arg(command));
         ArchiveReader reader;
         NullProgress quiet;
         if (!openArchive(reader, args[0], quiet)) return 1;
@@ -116,7 +126,8 @@ int main(int argc, char** argv)
             printOut(archiveInfoLine2(reader));
             printOut(archiveInfoLine3(reader));
         } else if (command == "list") {
-            for (uint32_t i = 0; i < reader.fileCount; ++i) printOut(reader.nameOf(i));
+            for (uint32_t i = 0; i < reader.fileCount; ++i)
+                printOut(reader.nameOf(i));
         } else {
             QString fault;
             const bool ok = verifyArchive(reader, fault, jobs);
@@ -126,7 +137,8 @@ int main(int argc, char** argv)
         return 0;
     }
     if (command == "extract") {
-        if (args.size() != 2) return usageError("zarnel-cli", QStringLiteral("extract takes ARCHIVE and DIR"));
+        if (args.size() != 2)
+            return usageError("zarnel-cli", QStringLiteral("extract takes ARCHIVE and DIR"));
         ArchiveReader reader;
         TerminalProgress progress("Reading");
         if (!openArchive(reader, args[0], progress)) return 1;
@@ -138,8 +150,10 @@ int main(int argc, char** argv)
             printOut(extractOutcomeText(result.status));
         } else {
             printOut(extractFailureText(result));
-            if (!result.failedName.isEmpty()) printErr("zarnel-cli", QStringLiteral("failed at: %1").arg(result.failedName));
-            if (result.status == ArchiveStatus::SystemError) printErr("zarnel-cli", QStringLiteral("%1: no such folder").arg(args[1]));
+            if (!result.failedName.isEmpty())
+                printErr("zarnel-cli", QStringLiteral("failed at: %1").arg(result.failedName));
+            if (result.status == ArchiveStatus::SystemError)
+                printErr("zarnel-cli", QStringLiteral("%1: no such folder").arg(args[1]));
         }
         return result.status == ArchiveStatus::Complete ? 0 : 1;
     }

@@ -6,9 +6,13 @@
 #include <cstdio>
 #include <unistd.h>
 
-class TerminalProgress : public Progress {
+class TerminalProgress : public Progress
+{
 public:
-    explicit TerminalProgress(const char* label) : label(label), enabled(isatty(2) == 1) {}
+    explicit TerminalProgress(const char* label)
+        : label(label)
+        , enabled(isatty(2) == 1)
+    { }
     ~TerminalProgress() override { finish(); }
 
     void setMaximum(int value) override { maximum = value; }

@@ -17,9 +17,10 @@ constexpr uint32_t kWav = extensionCode('w', 'a', 'v');
 constexpr uint32_t kSwf = extensionCode('s', 'w', 'f');
 constexpr uint32_t kPex = extensionCode('p', 'e', 'x');
 
-}  // namespace
+} // namespace
 
-AssistanceResult assessSources(const SourceList& sources, bool assist, const CreationSettings& current)
+AssistanceResult assessSources(const SourceList& sources, bool assist,
+                               const CreationSettings& current)
 {
     AssistanceResult r;
     r.settings = current;
@@ -28,10 +29,22 @@ AssistanceResult assessSources(const SourceList& sources, bool assist, const Cre
     for (const SourceEntry& e : sources) {
         switch (e.extension) {
         case kDds: ++textures; break;
-        case kWem: ++wem; r.allCompressible = false; break;
-        case kFuz: ++fuz; r.allCompressible = false; break;
-        case kXwm: ++xwm; r.allCompressible = false; break;
-        case kWav: ++wav; r.allCompressible = false; break;
+        case kWem:
+            ++wem;
+            r.allCompressible = false;
+            break;
+        case kFuz:
+            ++fuz;
+            r.allCompressible = false;
+            break;
+        case kXwm:
+            ++xwm;
+            r.allCompressible = false;
+            break;
+        case kWav:
+            ++wav;
+            r.allCompressible = false;
+            break;
         case kSwf:
         case kPex: r.allCompressible = false; break;
         default: break;
@@ -47,8 +60,9 @@ AssistanceResult assessSources(const SourceList& sources, bool assist, const Cre
         r.ver3Enabled = true;
         r.allDds = true;
         if (assist) {
-            r.message += QStringLiteral("* assistance * 'DDS format' selected, because all DDS files. "
-                                        "and, Ver.3 BA2 can be created.");
+            r.message
+                += QStringLiteral("* assistance * 'DDS format' selected, because all DDS files. "
+                                  "and, Ver.3 BA2 can be created.");
             r.settings.archiveFormat = 1;
             r.settings.archiveVersion = 3;
             r.settings.zlibLevel = 1;
@@ -73,8 +87,8 @@ AssistanceResult assessSources(const SourceList& sources, bool assist, const Cre
             r.settingsChanged = true;
         }
     } else if (assist) {
-        r.message += QStringLiteral(
-            "* assistance * 'No compression' selected, because some files do not work when compressed.(");
+        r.message += QStringLiteral("* assistance * 'No compression' selected, because some files "
+                                    "do not work when compressed.(");
         if (wem) r.message += QStringLiteral(".wem");
         if (fuz) r.message += QStringLiteral(".fuz");
         if (xwm) r.message += QStringLiteral(".xwm");

@@ -24,8 +24,10 @@ ZlibEngine effectiveZlibEngine(ZlibEngine engine, int level)
     // Measured on texture-like, mesh-like and incompressible data (bench/README.md): from level 2
     // on, libdeflate packs each as small or smaller and runs faster; at level 1 its greedy
     // matching loses about 7 points on mesh-like data, so zlib keeps that level.
-    static const bool libdeflateWins[10] = {false, false, true, true, true, true, true, true, true, true};
-    return level >= 0 && level <= 9 && libdeflateWins[level] ? ZlibEngine::Libdeflate : ZlibEngine::Zlib;
+    static const bool libdeflateWins[10]
+        = {false, false, true, true, true, true, true, true, true, true};
+    return level >= 0 && level <= 9 && libdeflateWins[level] ? ZlibEngine::Libdeflate
+                                                             : ZlibEngine::Zlib;
 #else
     (void)engine;
     (void)level;
@@ -34,9 +36,9 @@ ZlibEngine effectiveZlibEngine(ZlibEngine engine, int level)
 }
 
 ZlibCompressor::ZlibCompressor(int level, ZlibEngine engine)
-    : level(level), engine(effectiveZlibEngine(engine, level))
-{
-}
+    : level(level)
+    , engine(effectiveZlibEngine(engine, level))
+{ }
 
 ZlibCompressor::~ZlibCompressor()
 {
@@ -45,7 +47,8 @@ ZlibCompressor::~ZlibCompressor()
 #endif
 }
 
-int64_t ZlibCompressor::compress(const char* source, uint32_t length, char* destination, uint64_t capacity)
+int64_t ZlibCompressor::compress(const char* source, uint32_t length, char* destination,
+                                 uint64_t capacity)
 {
     if (level < 1 || level > 9 || length > uint32_t(INT_MAX) || capacity < bound(length)) return -1;
     if (length == 0) return 0;
@@ -53,15 +56,16 @@ int64_t ZlibCompressor::compress(const char* source, uint32_t length, char* dest
     if (engine == ZlibEngine::Libdeflate) {
         if (!deflater) deflater = libdeflate_alloc_compressor(level);
         if (!deflater) return -1;
-        const size_t n = libdeflate_zlib_compress(deflater, source, length, destination, size_t(capacity));
+        const size_t n
+            = libdeflate_zlib_compress(deflater, source, length, destination, size_t(capacity));
         return n > 0 ? int64_t(n) : -1;
     }
 #endif
     // qCompress is compress2 behind a size prefix; called directly it writes the very same
     // stream straight into the caller's buffer, without a second copy of the block.
     uLongf produced = uLongf(capacity);
-    if (compress2(reinterpret_cast<Bytef*>(destination), &produced, reinterpret_cast<const Bytef*>(source),
-                  uLong(length), level)
+    if (compress2(reinterpret_cast<Bytef*>(destination), &produced,
+                  reinterpret_cast<const Bytef*>(source), uLong(length), level)
         != Z_OK)
         return -1;
     return int64_t(produced);
@@ -72,7 +76,8 @@ int64_t ZlibCompressor::compress(const char* source, uint32_t length, char* dest
 namespace {
 
 // One decompressor per thread, made on first use and freed when the thread ends.
-struct Inflater {
+struct Inflater
+{
     libdeflate_decompressor* handle = libdeflate_alloc_decompressor();
     Inflater() = default;
     Inflater(const Inflater&) = delete;
@@ -83,23 +88,25 @@ struct Inflater {
     }
 };
 
-}  // namespace
+} // namespace
 
-bool decompressZlib(const char* stored, uint32_t packedSize, char* destination, uint32_t unpackedSize)
+bool decompressZlib(const char* stored, uint32_t packedSize, char* destination,
+                    uint32_t unpackedSize)
 {
     // Same verdicts as qUncompress behind a size prefix, without the extra copy and buffer.
     if (packedSize == 0) return false;
     thread_local Inflater inflater;
     if (!inflater.handle) return false;
     size_t produced = 0;
-    const libdeflate_result r = libdeflate_zlib_decompress(inflater.handle, stored, packedSize, destination,
-                                                           unpackedSize, &produced);
+    const libdeflate_result r = libdeflate_zlib_decompress(inflater.handle, stored, packedSize,
+                                                           destination, unpackedSize, &produced);
     return r == LIBDEFLATE_SUCCESS && produced == unpackedSize;
 }
 
 #else
 
-bool decompressZlib(const char* stored, uint32_t packedSize, char* destination, uint32_t unpackedSize)
+bool decompressZlib(const char* stored, uint32_t packedSize, char* destination,
+                    uint32_t unpackedSize)
 {
     if (packedSize == 0 || packedSize > uint32_t(INT_MAX) - 4) return false;
     QByteArray input(int(packedSize) + 4, Qt::Uninitialized);

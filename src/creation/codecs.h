@@ -23,7 +23,8 @@ ZlibEngine effectiveZlibEngine(ZlibEngine engine, int level);
 
 // zlib compression of one block at a time into a caller's buffer. Keeps the engine's state
 // between blocks: one object per thread.
-class ZlibCompressor {
+class ZlibCompressor
+{
 public:
     ZlibCompressor(int level, ZlibEngine engine);
     ~ZlibCompressor();
@@ -46,7 +47,8 @@ private:
 
 // Inflates the packedSize-byte zlib stream into destination (room for unpackedSize bytes).
 // True only when the stream decodes to exactly unpackedSize bytes.
-bool decompressZlib(const char* stored, uint32_t packedSize, char* destination, uint32_t unpackedSize);
+bool decompressZlib(const char* stored, uint32_t packedSize, char* destination,
+                    uint32_t unpackedSize);
 
 // LZ4 block with the library's default compressor. Returns the block length, 0 on failure
 // (input too large, destination too small).
@@ -66,4 +68,7 @@ bool decompressLz4(const char* stored, uint32_t packedSize, char* destination, u
                    uint32_t unpackedSize);
 
 // Worst-case size of an LZ4 block for n input bytes: n + n/255 + 16.
-inline uint64_t lz4Bound(uint64_t n) { return n + n / 255 + 16; }
+inline uint64_t lz4Bound(uint64_t n)
+{
+    return n + n / 255 + 16;
+}

@@ -15,8 +15,10 @@ int addSourceFile(GatherState& state, const QString& path, LoadMode mode)
     // The duplicate key is the relative path the new entry would carry. rootPrefixLength is a
     // byte position in the 8-bit form, so the key is cut from the bytes, not from the text.
     QByteArray key;
-    if (state.rootPrefixLength == 0) key = bytes.mid(bytes.lastIndexOf('/') + 1);
-    else key = bytes.mid(int(state.rootPrefixLength));
+    if (state.rootPrefixLength == 0)
+        key = bytes.mid(bytes.lastIndexOf('/') + 1);
+    else
+        key = bytes.mid(int(state.rootPrefixLength));
     if (state.sources->containsRelativePath(key)) return 1;
 
     std::optional<SourceEntry> entry = makeSourceEntry(bytes, state.rootPrefixLength, *state.table);
@@ -93,7 +95,7 @@ int scan(GatherState& state, const QString& path, bool recursing, Progress* prog
     return result;
 }
 
-}  // namespace
+} // namespace
 
 int scanSourceFolder(GatherState& state, const QString& path, bool recursing, Progress* progress,
                      const PathLoader& loadPath)

@@ -11,7 +11,8 @@
 enum LoadMode { Archive = 0, FolderFile = 1, SingleFile = 2 };
 
 // Load statuses: 1 loaded, 0 cancelled, -1 archive unreadable, -2 entry not buildable.
-struct GatherState {
+struct GatherState
+{
     SourceList* sources = nullptr;
     const NameHashTable* table = nullptr;
     QString rootFolderName;        // lower-cased name of the top-level folder being scanned

@@ -18,12 +18,12 @@
 namespace {
 
 constexpr int kMinMatch = 4;
-constexpr size_t kLastLiterals = 5;     // a block ends with at least this many literals
-constexpr size_t kMatchFindLimit = 12;  // no match may start within the last 12 bytes
+constexpr size_t kLastLiterals = 5;    // a block ends with at least this many literals
+constexpr size_t kMatchFindLimit = 12; // no match may start within the last 12 bytes
 constexpr size_t kMinLength = kMatchFindLimit + 1;
 constexpr uint32_t kMaxDistance = 65535;
 constexpr int kMaxInput = 0x7E000000;
-constexpr int kSmallInputLimit = 65536 + kMatchFindLimit - 1;  // below it: 16-bit table entries
+constexpr int kSmallInputLimit = 65536 + kMatchFindLimit - 1; // below it: 16-bit table entries
 constexpr int kSkipTrigger = 6;
 constexpr unsigned kRunMask = 15;
 constexpr unsigned kMatchLengthMask = 15;
@@ -65,20 +65,25 @@ inline size_t countEqual(const uint8_t* a, const uint8_t* b, const uint8_t* limi
     return size_t(a - start);
 }
 
-struct FreeDeleter {
+struct FreeDeleter
+{
     void operator()(void* p) const { std::free(p); }
 };
 
 // Hash value -> last position stored under it, 0 where nothing was stored. Open addressing with
 // linear probing, at most half full; gives up (full()) beyond maxKeys distinct hash values.
 // Positions of inputs on 16-bit tables stay below 65,536, so no value needs truncating.
-class SparseTable {
+class SparseTable
+{
 public:
     // Sized for expectedKeys without growing (within reason), never beyond what maxKeys needs.
-    SparseTable(size_t maxKeys, size_t expectedKeys) : maxKeys_(maxKeys)
+    SparseTable(size_t maxKeys, size_t expectedKeys)
+        : maxKeys_(maxKeys)
     {
         int bits = 8;
-        while (bits < 16 && (size_t(1) << bits) < expectedKeys * 2 && (size_t(1) << bits) <= maxKeys * 2) ++bits;
+        while (bits < 16 && (size_t(1) << bits) < expectedKeys * 2
+               && (size_t(1) << bits) <= maxKeys * 2)
+            ++bits;
         allocate(bits);
     }
 
@@ -97,8 +102,8 @@ public:
                 return old;
             }
             if (s.key == kEmpty) {
-                if (full_) return 0;  // the caller discards this run; keep free slots free
-                s = Slot{hash, position};
+                if (full_) return 0; // the caller discards this run; keep free slots free
+                s = Slot {hash, position};
                 if (++used_ > growAt_) grow();
                 return 0;
             }
@@ -108,14 +113,18 @@ public:
     void put(uint32_t hash, uint32_t position) { exchange(hash, position); }
 
 private:
-    struct Slot {
+    struct Slot
+    {
         uint32_t key;
         uint32_t value;
     };
-    static constexpr uint32_t kEmpty = 0xFFFFFFFFu;  // above every hash value
+    static constexpr uint32_t kEmpty = 0xFFFFFFFFu; // above every hash value
 
     // Hash values come from a 32-bit multiplicative hash; a 64-bit multiplier spreads them again.
-    size_t slotOf(uint32_t hash) const { return size_t((uint64_t(hash) * 0x9E3779B97F4A7C15ull) >> shift_); }
+    size_t slotOf(uint32_t hash) const
+    {
+        return size_t((uint64_t(hash) * 0x9E3779B97F4A7C15ull) >> shift_);
+    }
 
     bool allocate(int bits)
     {
@@ -150,7 +159,8 @@ private:
             const Slot& s = old.get()[j];
             if (s.key == kEmpty) continue;
             size_t i = slotOf(s.key);
-            while (slots_.get()[i].key != kEmpty) i = (i + 1) & mask_;
+            while (slots_.get()[i].key != kEmpty)
+                i = (i + 1) & mask_;
             slots_.get()[i] = s;
             ++used_;
         }
@@ -167,9 +177,13 @@ private:
 };
 
 // The real table, 2^bits entries of T, zero-filled by calloc.
-template <class T> class DenseTable {
+template<class T>
+class DenseTable
+{
 public:
-    explicit DenseTable(int bits) : entries_(static_cast<T*>(std::calloc(size_t(1) << bits, sizeof(T)))) {}
+    explicit DenseTable(int bits)
+        : entries_(static_cast<T*>(std::calloc(size_t(1) << bits, sizeof(T))))
+    { }
     bool ok() const { return bool(entries_); }
     bool full() const { return false; }
     __attribute__((always_inline)) uint32_t exchange(uint32_t hash, uint32_t position)
@@ -179,7 +193,10 @@ public:
         e[hash] = T(position);
         return old;
     }
-    void put(uint32_t hash, uint32_t position) { static_cast<T*>(entries_.get())[hash] = T(position); }
+    void put(uint32_t hash, uint32_t position)
+    {
+        static_cast<T*>(entries_.get())[hash] = T(position);
+    }
 
 private:
     std::unique_ptr<void, FreeDeleter> entries_;
@@ -188,23 +205,26 @@ private:
 // Appends a literal or match length continuation (the part beyond the token's 15).
 inline size_t putLength(uint8_t* out, size_t op, size_t rest)
 {
-    for (; rest >= 255; rest -= 255) out[op++] = 255;
+    for (; rest >= 255; rest -= 255)
+        out[op++] = 255;
     out[op++] = uint8_t(rest);
     return op;
 }
 
-struct Block {
+struct Block
+{
     const uint8_t* src;
     size_t length;
     uint8_t* out;
     int64_t room;
-    bool limited;  // room is below the worst case: check before every write
+    bool limited; // room is below the worst case: check before every write
     int tableBits;
 };
 
-constexpr int kTableFull = -1;  // start over with the real table
+constexpr int kTableFull = -1; // start over with the real table
 
-template <bool Narrow> inline uint32_t hashAt(const uint8_t* p, int tableBits)
+template<bool Narrow>
+inline uint32_t hashAt(const uint8_t* p, int tableBits)
 {
     if (Narrow) return (load32(p) * 2654435761u) >> (32 - tableBits);
     return uint32_t(((load64(p) << 24) * 889523592379ull) >> (64 - tableBits));
@@ -212,7 +232,8 @@ template <bool Narrow> inline uint32_t hashAt(const uint8_t* p, int tableBits)
 
 // The block compressor proper. Returns the block length, 0 when the destination is too small,
 // or kTableFull as soon as the table asks to be replaced.
-template <bool Narrow, class Table> int compressBlock(const Block& b, Table& table)
+template<bool Narrow, class Table>
+int compressBlock(const Block& b, Table& table)
 {
     const uint8_t* const src = b.src;
     uint8_t* const out = b.out;
@@ -222,7 +243,7 @@ template <bool Narrow, class Table> int compressBlock(const Block& b, Table& tab
     size_t op = 0;
 
     if (end >= kMinLength) {
-        const size_t matchFindEnd = end - kMatchFindLimit + 1;  // a match starts before this
+        const size_t matchFindEnd = end - kMatchFindLimit + 1; // a match starts before this
         const uint8_t* const matchEnd = src + end - kLastLiterals;
         table.put(hashAt<Narrow>(src, bits), 0);
         size_t ip = 1;
@@ -276,7 +297,8 @@ template <bool Narrow, class Table> int compressBlock(const Block& b, Table& tab
                 const size_t offset = ip - match;
                 out[op++] = uint8_t(offset);
                 out[op++] = uint8_t(offset >> 8);
-                const size_t extra = countEqual(src + ip + kMinMatch, src + match + kMinMatch, matchEnd);
+                const size_t extra
+                    = countEqual(src + ip + kMinMatch, src + match + kMinMatch, matchEnd);
                 ip += extra + kMinMatch;
                 if (b.limited && int64_t(op + 6 + (extra + 240) / 255) > b.room) return 0;
                 if (extra >= kMatchLengthMask) {
@@ -289,9 +311,11 @@ template <bool Narrow, class Table> int compressBlock(const Block& b, Table& tab
                 if (ip >= matchFindEnd) goto lastLiterals;
 
                 table.put(hashAt<Narrow>(src + ip - 2, bits), uint32_t(ip - 2));
-                const uint32_t candidate = table.exchange(hashAt<Narrow>(src + ip, bits), uint32_t(ip));
+                const uint32_t candidate
+                    = table.exchange(hashAt<Narrow>(src + ip, bits), uint32_t(ip));
                 if (table.full()) return kTableFull;
-                if ((Narrow || candidate + kMaxDistance >= ip) && load32(src + candidate) == load32(src + ip)) {
+                if ((Narrow || candidate + kMaxDistance >= ip)
+                    && load32(src + candidate) == load32(src + ip)) {
                     match = candidate;
                     token = op++;
                     out[token] = 0;
@@ -319,7 +343,8 @@ lastLiterals:
     return int(op);
 }
 
-template <bool Narrow> int compressWithTables(const Block& b)
+template<bool Narrow>
+int compressWithTables(const Block& b)
 {
     const size_t entries = size_t(1) << b.tableBits;
     {
@@ -336,13 +361,13 @@ template <bool Narrow> int compressWithTables(const Block& b)
     return compressBlock<Narrow>(b, dense);
 }
 
-}  // namespace
+} // namespace
 
 int compressLz4WithMemoryUsage(const char* source, int length, char* destination, int capacity,
                                int memoryUsage)
 {
     if (memoryUsage < 10 || memoryUsage > 30) return 0;
-    if (uint32_t(length) > uint32_t(kMaxInput)) return 0;  // negative lengths included
+    if (uint32_t(length) > uint32_t(kMaxInput)) return 0; // negative lengths included
     const int64_t bound = int64_t(length) + length / 255 + 16;
     Block b;
     b.src = reinterpret_cast<const uint8_t*>(source);

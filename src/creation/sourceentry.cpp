@@ -8,7 +8,7 @@ namespace {
 // A name-table entry stores its length in 16 bits.
 constexpr uint32_t kMaxRelativeLength = 0xFFFF;
 
-}  // namespace
+} // namespace
 
 std::optional<SourceEntry> makeSourceEntry(const QByteArray& pathBytes, uint32_t rootPrefix,
                                            const NameHashTable& table)
@@ -79,7 +79,8 @@ bool sourceEntryLess(const SourceEntry& a, const SourceEntry& b)
     const uint32_t la = uint32_t(a.sortKey.size());
     const uint32_t lb = uint32_t(b.sortKey.size());
     uint32_t i = 0;
-    while (i < la && i < lb && ka[i] == kb[i]) ++i;
+    while (i < la && i < lb && ka[i] == kb[i])
+        ++i;
 
     const bool endA = i == la;
     const bool endB = i == lb;

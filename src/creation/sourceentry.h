@@ -11,24 +11,25 @@
 #include <optional>
 #include <vector>
 
-struct SourceEntry {
-    QByteArray path;          // whole lower-cased path, local 8-bit, '/' separators
+struct SourceEntry
+{
+    QByteArray path; // whole lower-cased path, local 8-bit, '/' separators
     uint32_t pathLength = 0;
-    uint32_t dirStart = 0;    // start of the relative directory part (== nameStart when none)
-    uint32_t dirLength = 0;   // its length without the trailing '/'; 0 when none
-    uint32_t nameStart = 0;   // after the last '/'
+    uint32_t dirStart = 0;  // start of the relative directory part (== nameStart when none)
+    uint32_t dirLength = 0; // its length without the trailing '/'; 0 when none
+    uint32_t nameStart = 0; // after the last '/'
     uint32_t nameLength = 0;
-    uint32_t extStart = 0;    // after the last '.' of the name (== nameStart when none)
+    uint32_t extStart = 0; // after the last '.' of the name (== nameStart when none)
     uint32_t extLength = 0;
-    uint32_t relStart = 0;    // start of the archive-relative path
-    uint32_t depth = 0;       // number of '/' in the relative path
+    uint32_t relStart = 0; // start of the archive-relative path
+    uint32_t depth = 0;    // number of '/' in the relative path
     uint32_t nameHash = 0;
-    uint32_t extension = 0;   // first four extension bytes, little-endian, zero-padded
+    uint32_t extension = 0; // first four extension bytes, little-endian, zero-padded
     uint32_t directoryHash = 0;
-    QByteArray sortKey;       // relative path with '_' replaced by '|'
-    uint64_t chunkTablePosition = 0;  // writer scratch
-    uint8_t chunkCount = 0;           // writer scratch
-    QString sourceFile;       // the real (case-preserving) path used to open the file
+    QByteArray sortKey;              // relative path with '_' replaced by '|'
+    uint64_t chunkTablePosition = 0; // writer scratch
+    uint8_t chunkCount = 0;          // writer scratch
+    QString sourceFile;              // the real (case-preserving) path used to open the file
 
     const char* relativePath() const { return path.constData() + relStart; }
     uint32_t relativeLength() const { return pathLength - relStart; }
@@ -46,9 +47,10 @@ bool sourceEntryLess(const SourceEntry& a, const SourceEntry& b);
 
 // The gathered files plus an index of their relative paths, so the duplicate test is a hash
 // lookup rather than a walk over every entry.
-class SourceList {
+class SourceList
+{
 public:
-    bool containsSource(const QString& key) const;  // key: archive-relative path
+    bool containsSource(const QString& key) const; // key: archive-relative path
     // The same test on the local 8-bit bytes of the relative path.
     bool containsRelativePath(const QByteArray& relativePath) const;
     void append(SourceEntry entry);

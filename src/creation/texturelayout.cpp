@@ -22,11 +22,12 @@ constexpr uint32_t kHeaderSize = 128;
 constexpr uint32_t kDx10HeaderSize = 148;
 constexpr uint32_t kMaxChunkCount = 4;
 constexpr uint64_t kSingleMipChunkArea = 512 * 512;
-constexpr uint32_t kMaxMipCount = 255;      // the record keeps 8 bits
-constexpr uint32_t kMaxDimension = 65535;   // and 16 bits per side
+constexpr uint32_t kMaxMipCount = 255;    // the record keeps 8 bits
+constexpr uint32_t kMaxDimension = 65535; // and 16 bits per side
 
 // How a format's data is measured: bytes per pixel, or bytes per 4x4 block.
-struct PixelSize {
+struct PixelSize
+{
     uint8_t format = 0;
     uint8_t bytes = 0;
     bool blocks = false;
@@ -34,7 +35,8 @@ struct PixelSize {
 
 bool fromFourCC(uint32_t code, PixelSize& out)
 {
-    struct Row {
+    struct Row
+    {
         uint32_t code;
         PixelSize size;
     };
@@ -45,8 +47,8 @@ bool fromFourCC(uint32_t code, PixelSize& out)
         {fourCC('B', 'C', '4', 'U'), {80, 8, true}},
         {fourCC('B', 'C', '5', 'U'), {83, 16, true}},
         {fourCC('B', 'C', '5', 'S'), {84, 16, true}},
-        {36, {11, 8, false}},   // Direct3D 9 A16B16G16R16
-        {113, {10, 8, false}},  // Direct3D 9 A16B16G16R16F
+        {36, {11, 8, false}},  // Direct3D 9 A16B16G16R16
+        {113, {10, 8, false}}, // Direct3D 9 A16B16G16R16F
     };
     for (const Row& r : rows) {
         if (r.code == code) {
@@ -60,17 +62,16 @@ bool fromFourCC(uint32_t code, PixelSize& out)
 bool fromDxgi(uint8_t code, PixelSize& out)
 {
     switch (code) {
-    case 29: case 31:
-        out = {code, 4, false};
-        return true;
-    case 72: case 80:
-        out = {code, 8, true};
-        return true;
-    case 78: case 84: case 95: case 98: case 99:
-        out = {code, 16, true};
-        return true;
-    default:
-        return false;
+    case 29:
+    case 31: out = {code, 4, false}; return true;
+    case 72:
+    case 80: out = {code, 8, true}; return true;
+    case 78:
+    case 84:
+    case 95:
+    case 98:
+    case 99: out = {code, 16, true}; return true;
+    default: return false;
     }
 }
 
@@ -108,7 +109,7 @@ uint64_t levelSize(const PixelSize& ps, uint32_t width, uint32_t height, uint32_
     return w * h * ps.bytes;
 }
 
-}  // namespace
+} // namespace
 
 int layoutTexture(const char* bytes, uint64_t size, TextureLayout& layout)
 {
@@ -133,13 +134,15 @@ int layoutTexture(const char* bytes, uint64_t size, TextureLayout& layout)
         return kUnsupported;
     }
 
-    if (width == 0 || height == 0 || width > kMaxDimension || height > kMaxDimension) return kDdsFileError;
+    if (width == 0 || height == 0 || width > kMaxDimension || height > kMaxDimension)
+        return kDdsFileError;
     // Writers that leave the count at 0 mean a single level.
     if (mipCount == 0) mipCount = 1;
     if (mipCount > kMaxMipCount) return kDdsFileError;
 
     uint64_t chain = 0;
-    for (uint32_t m = 0; m < mipCount; ++m) chain += levelSize(ps, width, height, m);
+    for (uint32_t m = 0; m < mipCount; ++m)
+        chain += levelSize(ps, width, height, m);
     // Offsets and sizes are kept in 32 bits; the chain must also lie within the file.
     if (dataStart + chain > 0xFFFFFFFFu || size < dataStart + chain) return kDdsFileError;
 

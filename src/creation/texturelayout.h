@@ -4,24 +4,26 @@
 #include <cstdint>
 
 // One block to be stored: a whole general file, or one chunk of a texture.
-struct ChunkPlan {
-    uint32_t packedSize = 0;      // 0 = stored; filled by the writer
+struct ChunkPlan
+{
+    uint32_t packedSize = 0; // 0 = stored; filled by the writer
     uint32_t unpackedSize = 0;
-    uint32_t sourceOffset = 0;    // start of the block in the file as read
-    const char* packedBytes = nullptr;  // filled by the writer when packedSize != 0
+    uint32_t sourceOffset = 0;         // start of the block in the file as read
+    const char* packedBytes = nullptr; // filled by the writer when packedSize != 0
     uint16_t firstMip = 0;
     uint16_t lastMip = 0;
-    uint64_t dataOffset = 0;      // filled by the writer
+    uint64_t dataOffset = 0; // filled by the writer
 };
 
-struct TextureLayout {
+struct TextureLayout
+{
     uint32_t height = 0;
     uint32_t width = 0;
     uint32_t mipCount = 0;
-    uint8_t format = 0;           // DXGI code written into the record
-    uint32_t dataStart = 0;       // 128 or 148
-    uint32_t dataSize = 0;        // bytes of the first surface's mip chain
-    uint8_t chunkCount = 0;       // 1..4
+    uint8_t format = 0;     // DXGI code written into the record
+    uint32_t dataStart = 0; // 128 or 148
+    uint32_t dataSize = 0;  // bytes of the first surface's mip chain
+    uint8_t chunkCount = 0; // 1..4
     ChunkPlan chunks[4];
 };
 

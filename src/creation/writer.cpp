@@ -63,7 +63,8 @@ Codec codecFor(int version, int zlibLevel, int lz4Mode)
 
 // A work buffer that follows the sizes asked of it; allocation failure is a result, not an
 // exception.
-class Buffer {
+class Buffer
+{
 public:
     bool reserve(uint64_t size)
     {
@@ -100,7 +101,8 @@ QString sourcePathOf(const SourceEntry& e)
 }
 
 // An open source file, closed when it goes out of scope.
-class SourceFile {
+class SourceFile
+{
 public:
     ~SourceFile()
     {
@@ -125,7 +127,8 @@ public:
         if (!buffer.reserve(size)) return ArchiveStatus::TooLarge;
         uint64_t got = 0;
         while (got < size) {
-            const ssize_t n = ::read(fd, buffer.data() + got, size_t(std::min<uint64_t>(size - got, 1u << 30)));
+            const ssize_t n
+                = ::read(fd, buffer.data() + got, size_t(std::min<uint64_t>(size - got, 1u << 30)));
             if (n < 0 && errno == EINTR) continue;
             if (n <= 0) break;
             got += uint64_t(n);
@@ -158,13 +161,15 @@ int analyseTexture(const QString& name, Codec codec, Buffer& scratch, uint8_t& c
         SourceFile source;
         status = source.open(name, codec);
         if (status == ArchiveStatus::Complete) status = source.readAll(scratch);
-        if (status == ArchiveStatus::Complete) status = layoutTexture(scratch.data(), source.size, layout);
+        if (status == ArchiveStatus::Complete)
+            status = layoutTexture(scratch.data(), source.size, layout);
     }
     if (status == ArchiveStatus::Complete) chunkCount = layout.chunkCount;
     return status;
 }
 
-struct EncodeSettings {
+struct EncodeSettings
+{
     Codec codec;
     bool isTexture;
     int zlibLevel;
@@ -173,9 +178,12 @@ struct EncodeSettings {
 
 // One file's work up to the bytes to store: reading it, cutting a texture into its chunks and
 // compressing every block. Everything it leaves is read by the thread that writes the archive.
-class FileEncoder {
+class FileEncoder
+{
 public:
-    explicit FileEncoder(const EncodeSettings& settings) : settings(settings) {}
+    explicit FileEncoder(const EncodeSettings& settings)
+        : settings(settings)
+    { }
 
     // Waits, once a file's size is known, until its bytes may be taken into memory; false: stop.
     using Admission = std::function<bool(uint64_t size)>;
@@ -184,13 +192,14 @@ public:
     // did not reach this file). Stops early, with a status of no meaning, once admit says no or
     // stop is set. On failure, the first blockCount blocks are complete and are still written.
     // zlib belongs to the calling thread: its tables stay warm in that core's cache.
-    int encode(const QString& file, uint8_t expectedChunks, ZlibCompressor& zlib, const Admission& admit,
-               const std::atomic<bool>* stop)
+    int encode(const QString& file, uint8_t expectedChunks, ZlibCompressor& zlib,
+               const Admission& admit, const std::atomic<bool>* stop)
     {
         blockCount = 0;
         SourceFile source;
         int status = source.open(file, settings.codec);
-        if (admit && !admit(status == ArchiveStatus::Complete ? source.size : 0)) return ArchiveStatus::Aborted;
+        if (admit && !admit(status == ArchiveStatus::Complete ? source.size : 0))
+            return ArchiveStatus::Aborted;
         if (status != ArchiveStatus::Complete) return status;
         status = source.readAll(readBuffer);
         if (status != ArchiveStatus::Complete) return status;
@@ -215,7 +224,8 @@ public:
         }
 
         uint64_t room = 0;
-        for (uint32_t k = 0; k < count; ++k) room += packRoom(blocks[k].unpackedSize);
+        for (uint32_t k = 0; k < count; ++k)
+            room += packRoom(blocks[k].unpackedSize);
         if (room && !packBuffer.reserve(room)) return ArchiveStatus::TooLarge;
         uint64_t packedAt = 0;
         for (uint32_t k = 0; k < count; ++k) {
@@ -238,8 +248,8 @@ public:
             case Codec::Lz4:
             case Codec::Lz4Large: {
                 const int n = settings.codec == Codec::Lz4
-                                  ? compressLz4(source, int(block.unpackedSize), destination, int(capacity))
-                                  : compressLz4Large(source, int(block.unpackedSize), destination, int(capacity));
+                    ? compressLz4(source, int(block.unpackedSize), destination, int(capacity))
+                    : compressLz4Large(source, int(block.unpackedSize), destination, int(capacity));
                 if (n <= 0) return ArchiveStatus::Lz4Error;
                 block.packedSize = uint32_t(n);
                 break;
@@ -274,14 +284,17 @@ public:
     // smallest that is large enough, else the largest.
     void borrowBuffers(std::vector<Buffer>& pool, uint64_t& pooled, uint64_t fileSize)
     {
-        const uint64_t needs[2] = {fileSize, settings.codec == Codec::Store ? 0 : fileSize + fileSize / 128 + 4096};
+        const uint64_t needs[2]
+            = {fileSize, settings.codec == Codec::Store ? 0 : fileSize + fileSize / 128 + 4096};
         Buffer* mine[2] = {&readBuffer, &packBuffer};
         for (int k = 0; k < 2; ++k) {
             if (mine[k]->size() != 0 || needs[k] == 0 || pool.empty()) continue;
             size_t best = 0;
             for (size_t p = 1; p < pool.size(); ++p) {
-                const bool fits = pool[p].size() >= needs[k], bestFits = pool[best].size() >= needs[k];
-                if (fits ? !bestFits || pool[p].size() < pool[best].size() : !bestFits && pool[p].size() > pool[best].size())
+                const bool fits = pool[p].size() >= needs[k],
+                           bestFits = pool[best].size() >= needs[k];
+                if (fits ? !bestFits || pool[p].size() < pool[best].size()
+                         : !bestFits && pool[p].size() > pool[best].size())
                     best = p;
             }
             pooled -= pool[best].size();
@@ -293,8 +306,8 @@ public:
 
     TextureLayout layout;
     ChunkPlan blocks[4];
-    uint32_t blockCount = 0;   // blocks ready to be written
-    const char* out[4] = {};   // the bytes to store of each block
+    uint32_t blockCount = 0; // blocks ready to be written
+    const char* out[4] = {}; // the bytes to store of each block
     uint32_t outLength[4] = {};
 
 private:
@@ -317,22 +330,27 @@ private:
 // Hands out encoded files strictly in order. With one job each file is encoded when asked for;
 // with more, worker threads encode a bounded window of files ahead while the caller writes, so
 // the archive and every side effect stay exactly those of a one-thread run.
-class EncodedFiles {
+class EncodedFiles
+{
 public:
-    EncodedFiles(const SourceList& sources, const std::vector<uint8_t>& chunkCounts, const EncodeSettings& settings,
-                 int jobs)
-        : sources(sources), chunkCounts(chunkCounts), settings(settings), zlib(settings.zlibLevel, settings.engine)
+    EncodedFiles(const SourceList& sources, const std::vector<uint8_t>& chunkCounts,
+                 const EncodeSettings& settings, int jobs)
+        : sources(sources)
+        , chunkCounts(chunkCounts)
+        , settings(settings)
+        , zlib(settings.zlibLevel, settings.engine)
     {
         const int workers = jobs > 1 ? std::min(jobs, 64) : 0;
         const size_t slotCount = workers ? kFilesPerWorker * size_t(workers) : 1;
-        for (size_t i = 0; i < slotCount; ++i) window.emplace_back(new Slot(settings));
+        for (size_t i = 0; i < slotCount; ++i)
+            window.emplace_back(new Slot(settings));
         // Workers start by taking the lock, so they see workerCount only once it is final.
         std::lock_guard<std::mutex> lock(mutex);
         for (int w = 0; w < workers; ++w) {
             try {
                 threads.emplace_back([this] { work(); });
             } catch (const std::system_error&) {
-                break;  // fewer threads, or none: the caller then encodes itself
+                break; // fewer threads, or none: the caller then encodes itself
             }
         }
         workerCount = threads.size();
@@ -347,7 +365,8 @@ public:
         }
         stop.store(true);
         wake.notify_all();
-        for (std::thread& t : threads) t.join();
+        for (std::thread& t : threads)
+            t.join();
     }
 
     // Encodes (or waits for) file i; the result stays valid until release(i).
@@ -355,7 +374,8 @@ public:
     {
         Slot& slot = *window[i % window.size()];
         if (threads.empty()) {
-            status = slot.encoder.encode(sourcePathOf(sources[i]), expectedChunks(i), zlib, nullptr, nullptr);
+            status = slot.encoder.encode(sourcePathOf(sources[i]), expectedChunks(i), zlib, nullptr,
+                                         nullptr);
             return slot.encoder;
         }
         std::unique_lock<std::mutex> lock(mutex);
@@ -393,11 +413,14 @@ public:
     }
 
 private:
-    struct Slot {
-        explicit Slot(const EncodeSettings& settings) : encoder(settings) {}
+    struct Slot
+    {
+        explicit Slot(const EncodeSettings& settings)
+            : encoder(settings)
+        { }
         FileEncoder encoder;
         size_t readyFile = SIZE_MAX;
-        uint64_t bytes = 0;  // the file's share of bytesInFlight
+        uint64_t bytes = 0; // the file's share of bytesInFlight
         int status = 0;
     };
 
@@ -412,7 +435,7 @@ private:
         return isReady(waitFirst) && (isReady(waitLast) || waitingWorkers == workerCount);
     }
 
-    template <typename Ready>
+    template<typename Ready>
     void waitFor(std::unique_lock<std::mutex>& lock, size_t& waiters, Ready ready)
     {
         ++waitingWorkers;
@@ -432,8 +455,9 @@ private:
         // ahead; the others keep within the budget of bytes in flight.
         const FileEncoder::Admission admit = [&](uint64_t bytes) {
             std::unique_lock<std::mutex> lock(mutex);
-            waitFor(lock, admitWaiters,
-                    [&] { return stopping || i == consumed || bytesInFlight + bytes <= kBytesInFlight; });
+            waitFor(lock, admitWaiters, [&] {
+                return stopping || i == consumed || bytesInFlight + bytes <= kBytesInFlight;
+            });
             if (stopping) return false;
             bytesInFlight += bytes;
             slot->bytes = bytes;
@@ -442,13 +466,15 @@ private:
         };
         std::unique_lock<std::mutex> lock(mutex);
         while (true) {
-            waitFor(lock, roomWaiters,
-                    [&] { return stopping || (next < sources.size() && next < consumed + window.size()); });
+            waitFor(lock, roomWaiters, [&] {
+                return stopping || (next < sources.size() && next < consumed + window.size());
+            });
             if (stopping) return;
             i = next++;
             slot = window[i % window.size()].get();
             lock.unlock();
-            const int status = slot->encoder.encode(sourcePathOf(sources[i]), expectedChunks(i), ownZlib, admit, &stop);
+            const int status = slot->encoder.encode(sourcePathOf(sources[i]), expectedChunks(i),
+                                                    ownZlib, admit, &stop);
             lock.lock();
             slot->status = status;
             slot->readyFile = i;
@@ -459,23 +485,23 @@ private:
     const SourceList& sources;
     const std::vector<uint8_t>& chunkCounts;
     const EncodeSettings settings;
-    ZlibCompressor zlib;  // the caller's, when it encodes itself
+    ZlibCompressor zlib; // the caller's, when it encodes itself
     std::vector<std::unique_ptr<Slot>> window;
     std::vector<std::thread> threads;
     std::mutex mutex;
-    std::condition_variable wake;  // workers: room in the window or the budget, or stop
-    std::condition_variable done;  // caller: a file is ready
-    std::atomic<bool> stop{false};
-    std::vector<Buffer> pool;  // idle work buffers
+    std::condition_variable wake; // workers: room in the window or the budget, or stop
+    std::condition_variable done; // caller: a file is ready
+    std::atomic<bool> stop {false};
+    std::vector<Buffer> pool; // idle work buffers
     uint64_t pooledBytes = 0;
     size_t next = 0;
     size_t consumed = 0;
     uint64_t bytesInFlight = 0;
     size_t workerCount = 0;
     size_t waitingWorkers = 0;
-    size_t admitWaiters = 0;  // of them, waiting to read their file
-    size_t roomWaiters = 0;   // waiting for a file to take
-    size_t waitFirst = 0, waitLast = 0;  // the files the writer waits for
+    size_t admitWaiters = 0;            // of them, waiting to read their file
+    size_t roomWaiters = 0;             // waiting for a file to take
+    size_t waitFirst = 0, waitLast = 0; // the files the writer waits for
     bool callerWaits = false;
     bool stopping = false;
 };
@@ -485,10 +511,11 @@ bool writeAll(QFile& file, const char* bytes, qint64 size)
     return file.write(bytes, size) == size;
 }
 
-}  // namespace
+} // namespace
 
-WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool isTexture, int version,
-                         int zlibLevel, int lz4Mode, Progress& progress, int jobs, ZlibEngine engine)
+WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool isTexture,
+                         int version, int zlibLevel, int lz4Mode, Progress& progress, int jobs,
+                         ZlibEngine engine)
 {
     WriteResult result;
     if (sources.isEmpty()) {
@@ -526,7 +553,8 @@ WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool is
         return result;
     }
     bool keepTemp = false;
-    struct Cleanup {
+    struct Cleanup
+    {
         QFile& file;
         const bool& keep;
         ~Cleanup()
@@ -535,7 +563,7 @@ WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool is
             file.close();
             QFile::remove(file.fileName());
         }
-    } cleanup{temp, keepTemp};
+    } cleanup {temp, keepTemp};
 
     auto fail = [&result](int status, const QString& file) {
         result.status = status;
@@ -560,7 +588,8 @@ WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool is
                 analysed = i;
                 break;
             }
-            recordBytes += ba2::kTextureRecordSize + uint64_t(chunkCounts[i]) * ba2::kChunkRecordSize;
+            recordBytes
+                += ba2::kTextureRecordSize + uint64_t(chunkCounts[i]) * ba2::kChunkRecordSize;
         }
     } else {
         recordBytes = uint64_t(count) * ba2::kGeneralRecordSize;
@@ -569,7 +598,8 @@ WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool is
     if (recordBytes > (1u << 30)) return fail(ArchiveStatus::TooLarge, targetPath);
     const uint64_t base = headerSize + recordBytes;
 
-    if (!writeAll(temp, reinterpret_cast<const char*>(headerBytes), headerSize) || !temp.seek(qint64(base)))
+    if (!writeAll(temp, reinterpret_cast<const char*>(headerBytes), headerSize)
+        || !temp.seek(qint64(base)))
         return fail(ArchiveStatus::FileWriteError, tempPath);
 
     QByteArray records;
@@ -577,7 +607,8 @@ WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool is
     uint64_t dataCursor = base;
     uint64_t syncedTo = 0;
     if (analysed < count) chunkCounts.resize(analysed);
-    EncodedFiles encoded(sources, chunkCounts, EncodeSettings{codec, isTexture, zlibLevel, engine}, jobs);
+    EncodedFiles encoded(sources, chunkCounts, EncodeSettings {codec, isTexture, zlibLevel, engine},
+                         jobs);
 
     for (uint32_t i = 0; i < count; ++i) {
         progress.setValue(int(i));
@@ -591,7 +622,8 @@ WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool is
         for (uint32_t k = 0; k < file.blockCount; ++k) {
             blocks[k] = file.blocks[k];
             blocks[k].dataOffset = dataCursor;
-            if (!writeAll(temp, file.out[k], file.outLength[k])) return fail(ArchiveStatus::FileWriteError, tempPath);
+            if (!writeAll(temp, file.out[k], file.outLength[k]))
+                return fail(ArchiveStatus::FileWriteError, tempPath);
             dataCursor += file.outLength[k];
         }
         if (status != ArchiveStatus::Complete) return fail(status, sourcePathOf(entry));
@@ -601,7 +633,8 @@ WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool is
         // Start writing the data out while later files are compressed, so that little is left
         // for the final sync. A hint only: the sync at the end reports any failure.
         if (dataCursor - syncedTo >= kEarlyWriteStep && temp.flush()) {
-            ::sync_file_range(temp.handle(), off_t(syncedTo), off_t(dataCursor - syncedTo), SYNC_FILE_RANGE_WRITE);
+            ::sync_file_range(temp.handle(), off_t(syncedTo), off_t(dataCursor - syncedTo),
+                              SYNC_FILE_RANGE_WRITE);
             syncedTo = dataCursor;
         }
 
@@ -639,11 +672,13 @@ WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool is
             r.dataOffset = blocks[0].dataOffset;
             r.packedSize = blocks[0].packedSize;
             r.unpackedSize = blocks[0].unpackedSize;
-            ba2::encodeGeneralRecord(r, reinterpret_cast<unsigned char*>(records.data() + recordStart));
+            ba2::encodeGeneralRecord(
+                r, reinterpret_cast<unsigned char*>(records.data() + recordStart));
         }
     }
 
-    if (uint64_t(records.size()) != recordBytes) return fail(ArchiveStatus::FileReadError, QString());
+    if (uint64_t(records.size()) != recordBytes)
+        return fail(ArchiveStatus::FileReadError, QString());
     if (!temp.seek(headerSize) || !writeAll(temp, records.constData(), records.size()))
         return fail(ArchiveStatus::FileWriteError, tempPath);
     records = QByteArray();
@@ -654,7 +689,8 @@ WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool is
     QByteArray names;
     for (const SourceEntry& entry : sources) {
         const QByteArray relative = entry.relativePathBytes();
-        if (uint32_t(relative.size()) > kMaxNameLength) return fail(ArchiveStatus::TooLarge, sourcePathOf(entry));
+        if (uint32_t(relative.size()) > kMaxNameLength)
+            return fail(ArchiveStatus::TooLarge, sourcePathOf(entry));
         unsigned char length[2];
         ba2::writeLE16(length, uint16_t(relative.size()));
         names.append(reinterpret_cast<const char*>(length), 2);
@@ -665,7 +701,8 @@ WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool is
             names.clear();
         }
     }
-    if (!writeAll(temp, names.constData(), names.size())) return fail(ArchiveStatus::FileWriteError, tempPath);
+    if (!writeAll(temp, names.constData(), names.size()))
+        return fail(ArchiveStatus::FileWriteError, tempPath);
 
     unsigned char offsetBytes[8];
     ba2::writeLE64(offsetBytes, nameTableOffset);
@@ -673,10 +710,12 @@ WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool is
         return fail(ArchiveStatus::FileWriteError, tempPath);
 
     // The rename below must never expose a half-written file.
-    if (!temp.flush() || ::fsync(temp.handle()) != 0) return fail(ArchiveStatus::FileWriteError, tempPath);
+    if (!temp.flush() || ::fsync(temp.handle()) != 0)
+        return fail(ArchiveStatus::FileWriteError, tempPath);
     temp.close();
     if (temp.error() != QFileDevice::NoError) return fail(ArchiveStatus::FileWriteError, tempPath);
-    if (::rename(QFile::encodeName(tempPath).constData(), QFile::encodeName(targetPath).constData()) != 0)
+    if (::rename(QFile::encodeName(tempPath).constData(), QFile::encodeName(targetPath).constData())
+        != 0)
         return fail(ArchiveStatus::FileWriteError, targetPath);
     keepTemp = true;
 
@@ -696,7 +735,8 @@ int creationJobs(const SourceList& sources, int jobs)
     uint64_t bytes = 0;
     for (size_t s = 0; s < samples; ++s) {
         struct stat info;
-        if (::stat(QFile::encodeName(sourcePathOf(sources[s * count / samples])).constData(), &info) == 0)
+        if (::stat(QFile::encodeName(sourcePathOf(sources[s * count / samples])).constData(), &info)
+            == 0)
             bytes += uint64_t(info.st_size);
     }
     return bytes / samples < 16 * 1024 ? 1 : jobs;

@@ -7,9 +7,10 @@
 
 #include <QString>
 
-struct WriteResult {
-    int status = 0;       // ArchiveStatus
-    QString failedFile;   // the source that caused a failure, when one did
+struct WriteResult
+{
+    int status = 0;     // ArchiveStatus
+    QString failedFile; // the source that caused a failure, when one did
 };
 
 // Writes sources (in their order) into targetPath: header, records, data, name table, through
@@ -24,8 +25,8 @@ struct WriteResult {
 // thread writes them in order and alone talks to progress: the archive, the status and what is
 // left on disk are those of a one-thread run. engine picks the zlib library for versions 1 and 2
 // (ZlibEngine::Zlib gives qCompress's exact streams).
-WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool isTexture, int version,
-                         int zlibLevel, int lz4Mode, Progress& progress, int jobs = 1,
+WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool isTexture,
+                         int version, int zlibLevel, int lz4Mode, Progress& progress, int jobs = 1,
                          ZlibEngine engine = ZlibEngine::Auto);
 
 // The worker threads worth using to write these sources: jobs, or 1 for a folder of tiny files,

@@ -15,8 +15,9 @@ int saveArchive(SourceList& sources, QString targetPath, bool isTexture, int ver
     if (sources.isEmpty()) return ArchiveStatus::SystemError;
 
     DialogProgress adapter(progress);
-    const WriteResult result = writeArchive(sources, targetPath, isTexture, version, zlibLevel, lz4Mode, adapter,
-                                            creationJobs(sources, defaultJobCount()));
+    const WriteResult result
+        = writeArchive(sources, targetPath, isTexture, version, zlibLevel, lz4Mode, adapter,
+                       creationJobs(sources, defaultJobCount()));
     if (result.status == ArchiveStatus::Complete) {
         progress->setMaximum(100);
         progress->setValue(100);
@@ -24,7 +25,8 @@ int saveArchive(SourceList& sources, QString targetPath, bool isTexture, int ver
     progress->close();
     QApplication::processEvents();
 
-    Dialogs::current().showMessage(result.status < 0 ? QMessageBox::Warning : QMessageBox::Information,
+    Dialogs::current().showMessage(result.status < 0 ? QMessageBox::Warning
+                                                     : QMessageBox::Information,
                                    QStringLiteral("Save Archive"), saveOutcomeText(result.status));
     return result.status;
 }

@@ -30,10 +30,8 @@ const char* const lz4Address = "https://lz4.org/";
 void setComboItemEnabled(QComboBox* combo, int row, bool enabled)
 {
     auto* model = qobject_cast<QStandardItemModel*>(combo->model());
-    if (!model)
-        return;
-    if (QStandardItem* item = model->item(row))
-        item->setEnabled(enabled);
+    if (!model) return;
+    if (QStandardItem* item = model->item(row)) item->setEnabled(enabled);
 }
 
 QString linkLine(const QString& address)
@@ -41,12 +39,11 @@ QString linkLine(const QString& address)
     return QStringLiteral("<a href=\"%1\">%1</a>").arg(address);
 }
 
-}  // namespace
+} // namespace
 
 void MainWindow::updateUi()
 {
-    if (!ui)
-        return;
+    if (!ui) return;
     ui->action_Settings->setEnabled(false);
     ui->action_Upgrade_Archive->setEnabled(false);
 
@@ -55,8 +52,8 @@ void MainWindow::updateUi()
 
     setComboItemEnabled(ui->comboBox_Ver, 3, false);
 
-    ui->lineEdit_SrcFile->setText(sourcePath.isEmpty() ? tr("*** Drag and drop the File or Folder ***")
-                                                       : sourcePath);
+    ui->lineEdit_SrcFile->setText(
+        sourcePath.isEmpty() ? tr("*** Drag and drop the File or Folder ***") : sourcePath);
 
     ui->label_Ba2Info1->setText(ba2Info1);
     ui->label_Ba2Info2->setText(ba2Info2);
@@ -112,8 +109,7 @@ void MainWindow::on_comboBox_Ver_activated(int index)
         archiveVersion = 2;
         ui->statusbar->showMessage(tr(ver3Warning), warningTimeout);
     }
-    if (archiveVersion != old)
-        saveSettings();
+    if (archiveVersion != old) saveSettings();
 }
 
 void MainWindow::on_comboBox_Format_activated(int index)
@@ -127,24 +123,21 @@ void MainWindow::on_comboBox_Format_activated(int index)
         saveSettings();
         return;
     }
-    if (index != old)
-        saveSettings();
+    if (index != old) saveSettings();
 }
 
 void MainWindow::on_comboBox_zlibComp_activated(int index)
 {
     const int32_t old = zlibLevel;
     zlibLevel = zlibLevelFromIndex(index);
-    if (zlibLevel != old)
-        saveSettings();
+    if (zlibLevel != old) saveSettings();
 }
 
 void MainWindow::on_comboBox_LZ4Comp_activated(int index)
 {
     const int32_t old = lz4Mode;
     lz4Mode = lz4ModeFromIndex(index);
-    if (lz4Mode != old)
-        saveSettings();
+    if (lz4Mode != old) saveSettings();
 }
 
 void MainWindow::on_pushButton_KoFi_clicked()
@@ -160,7 +153,9 @@ void MainWindow::on_action_About_Zarnel_triggered()
     text += QStringLiteral("Zarnel version " ZARNEL_VERSION);
     text += QStringLiteral("</span><br>");
     text += br;
-    text += QStringLiteral("- A native Linux tool to open, check, extract and build Bethesda BA2 archives -") + br;
+    text += QStringLiteral(
+                "- A native Linux tool to open, check, extract and build Bethesda BA2 archives -")
+        + br;
     text += br;
     text += QStringLiteral("This Mod Site: Zarnel project page") + br;
     text += linkLine(QString::fromLatin1(projectAddress)) + br;
@@ -173,7 +168,10 @@ void MainWindow::on_action_About_Zarnel_triggered()
     Dialogs::current().about(this, tr("About this software."), text);
 }
 
-void MainWindow::on_action_About_Qt_triggered() { Dialogs::current().aboutQt(this, tr("About Qt.")); }
+void MainWindow::on_action_About_Qt_triggered()
+{
+    Dialogs::current().aboutQt(this, tr("About Qt."));
+}
 
 void MainWindow::on_action_Exit_triggered()
 {
@@ -183,14 +181,16 @@ void MainWindow::on_action_Exit_triggered()
     std::exit(0);
 }
 
-void MainWindow::on_action_Settings_triggered() { qDebug("> Settings"); }
+void MainWindow::on_action_Settings_triggered()
+{
+    qDebug("> Settings");
+}
 
 void MainWindow::on_checkBox_assist_clicked(bool checked)
 {
     const int32_t old = createAssistance;
     createAssistance = checked ? 1 : 0;
-    if (createAssistance != old)
-        saveSettings();
+    if (createAssistance != old) saveSettings();
 }
 
 void MainWindow::on_listWidget_Files_itemClicked(QListWidgetItem* item)

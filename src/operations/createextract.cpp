@@ -15,8 +15,9 @@
 
 void MainWindow::on_pushButton_Archive_clicked()
 {
-    const QString target = Dialogs::current().getSaveFileName(
-        this, QStringLiteral("Save Archive"), createArchiveDir, QStringLiteral("BA2 Archive (*.ba2)"));
+    const QString target
+        = Dialogs::current().getSaveFileName(this, QStringLiteral("Save Archive"), createArchiveDir,
+                                             QStringLiteral("BA2 Archive (*.ba2)"));
     if (target.isEmpty()) return;
     QString head, tail;
     splitPath(target, QStringLiteral("/"), head, tail);
@@ -35,8 +36,9 @@ void MainWindow::createArchive(const QString& targetPath)
     // A settings file may name a format or version the combos do not offer; they then show no
     // item, and nothing is written until the user picks one.
     if (ui->comboBox_Format->currentIndex() < 0 || ui->comboBox_Ver->currentIndex() < 0) {
-        Dialogs::current().showMessage(QMessageBox::Warning, QStringLiteral("Save Archive"),
-                                       QStringLiteral("Save Archive Error.\n Choose a format and a version."));
+        Dialogs::current().showMessage(
+            QMessageBox::Warning, QStringLiteral("Save Archive"),
+            QStringLiteral("Save Archive Error.\n Choose a format and a version."));
         return;
     }
     // The combos as they stand now decide, so a second run can use other settings.
@@ -48,7 +50,8 @@ void MainWindow::createArchive(const QString& targetPath)
 
     ui->listWidget_Files->setEnabled(false);
     QProgressDialog* dialog = makeEngineDialog(QStringLiteral("Create Archive"));
-    saveArchive(sources, targetPath, archiveFormat != 0, archiveVersion, zlibLevel, lz4Mode, dialog);
+    saveArchive(sources, targetPath, archiveFormat != 0, archiveVersion, zlibLevel, lz4Mode,
+                dialog);
     dialog->close();
     delete dialog;
     ui->listWidget_Files->setEnabled(true);

@@ -17,10 +17,10 @@ namespace {
 
 constexpr int kAbbreviatedLimit = 1000;
 
-const char* const kArchiveNotShown =
-    "<<< All data is loaded, although the list is not displayed to speed things up.>>>";
-const char* const kSourcesNotShown =
-    "<<< All data is loaded, although the list is not displayed to Improve performance.>>>";
+const char* const kArchiveNotShown
+    = "<<< All data is loaded, although the list is not displayed to speed things up.>>>";
+const char* const kSourcesNotShown
+    = "<<< All data is loaded, although the list is not displayed to Improve performance.>>>";
 const char* const kAbbreviated = "<<< This is an abbreviated list view >>>";
 
 QString numberedItem(qint64 number, const QString& name)
@@ -30,7 +30,7 @@ QString numberedItem(qint64 number, const QString& name)
 
 // "n: name" for each of count names; the abbreviated view (2) stops after the first thousand
 // and says so when more were left out. onItem(n) is told after item n is made.
-template <typename NameOf, typename OnItem>
+template<typename NameOf, typename OnItem>
 void appendNumbered(QStringList& items, uint64_t count, int listView, NameOf nameOf, OnItem onItem)
 {
     for (uint64_t i = 0; i < count; ++i) {
@@ -43,7 +43,7 @@ void appendNumbered(QStringList& items, uint64_t count, int listView, NameOf nam
     }
 }
 
-}  // namespace
+} // namespace
 
 void MainWindow::fillArchiveList()
 {
@@ -70,11 +70,13 @@ void MainWindow::fillArchiveList()
         // to repaint, and nothing reaches the screen before the fill ends anyway: a thousand
         // steps (and the last value) show the same progress as one step per item.
         const uint32_t step = qMax<uint32_t>(1, count / 1000);
-        items.reserve(int(listView == 2 ? qMin<uint32_t>(count, kAbbreviatedLimit + 1) : qMin<uint32_t>(count, INT_MAX)));
-        appendNumbered(items, count, listView, [&](uint64_t i) { return reader->nameOf(uint32_t(i)); },
-                       [&](uint64_t n) {
-                           if (n % step == 0 || n == count) bar->setValue(int(qMin<uint64_t>(n, INT_MAX)));
-                       });
+        items.reserve(int(listView == 2 ? qMin<uint32_t>(count, kAbbreviatedLimit + 1)
+                                        : qMin<uint32_t>(count, INT_MAX)));
+        appendNumbered(
+            items, count, listView, [&](uint64_t i) { return reader->nameOf(uint32_t(i)); },
+            [&](uint64_t n) {
+                if (n % step == 0 || n == count) bar->setValue(int(qMin<uint64_t>(n, INT_MAX)));
+            });
     }
     list->addItems(items);
 

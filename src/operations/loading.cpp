@@ -25,7 +25,8 @@ namespace {
 // Both long-operation dialogs share this recipe; only the label and whether it is shown differ.
 QProgressDialog* makeProgressDialog(QWidget* parent, const QString& label)
 {
-    auto* dialog = new QProgressDialog(label, QStringLiteral("Cancel"), 0, 0, parent, Qt::WindowFlags());
+    auto* dialog
+        = new QProgressDialog(label, QStringLiteral("Cancel"), 0, 0, parent, Qt::WindowFlags());
     dialog->setWindowFlags(dialog->windowFlags() & ~Qt::WindowContextHelpButtonHint
                            & ~Qt::WindowCloseButtonHint);
     dialog->setWindowModality(Qt::WindowModal);
@@ -35,7 +36,8 @@ QProgressDialog* makeProgressDialog(QWidget* parent, const QString& label)
 }
 
 // Closes and disposes of a dialog made by makeProgressDialog.
-struct DialogCloser {
+struct DialogCloser
+{
     void operator()(QProgressDialog* dialog) const
     {
         dialog->close();
@@ -69,7 +71,7 @@ void resetList(QListWidget* list)
     list->clear();
 }
 
-}  // namespace
+} // namespace
 
 QProgressDialog* MainWindow::makeReadingDialog()
 {
@@ -110,7 +112,8 @@ void MainWindow::dropEvent(QDropEvent* event)
     statusBar()->clearMessage();
     QStringList paths;
     const QList<QUrl> urls = mime->urls();
-    for (const QUrl& url : urls) paths << url.toLocalFile();
+    for (const QUrl& url : urls)
+        paths << url.toLocalFile();
     if (paths.isEmpty()) return;
     runLoadSequence(paths, true);
 }
@@ -179,8 +182,9 @@ int MainWindow::loadSourcePath(const QString& path, int pathCount, QProgressDial
 // Open Archive
 void MainWindow::on_pushButton_File_clicked()
 {
-    const QString fileName = Dialogs::current().getOpenFileName(
-        this, QStringLiteral("Open Archive"), openArchiveDir, QStringLiteral("BA2 Archive (*.ba2)"));
+    const QString fileName
+        = Dialogs::current().getOpenFileName(this, QStringLiteral("Open Archive"), openArchiveDir,
+                                             QStringLiteral("BA2 Archive (*.ba2)"));
     if (fileName.isEmpty()) return;
     QString head, tail;
     splitPath(fileName, QStringLiteral("/"), head, tail);
@@ -211,7 +215,7 @@ void MainWindow::on_pushButton_SelFolder_clicked()
     parent.cd(QStringLiteral(".."));
     dropFileDir = parent.path();
     saveSettings();
-    runLoadSequence(QStringList{folder}, true);
+    runLoadSequence(QStringList {folder}, true);
 }
 
 void MainWindow::on_action_Create_Archive_from_Folder_triggered()

@@ -22,19 +22,21 @@ QMap<QString, QByteArray> treeOf(const QString& root)
     while (it.hasNext()) {
         const QString p = it.next();
         QFile f(p);
-        tree[p.mid(root.size())] = it.fileInfo().isDir() || !f.open(QIODevice::ReadOnly) ? QByteArray("/") : f.readAll();
+        tree[p.mid(root.size())]
+            = it.fileInfo().isDir() || !f.open(QIODevice::ReadOnly) ? QByteArray("/") : f.readAll();
     }
     return tree;
 }
 
-}  // namespace
+} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     static const QString base = QStringLiteral("/tmp/zarnel-fuzz-extract-%1").arg(getpid());
     static const QString targets[2] = {base + "/a/b/one", base + "/a/b/two"};
     QDir(base).removeRecursively();
-    for (const QString& t : targets) QDir().mkpath(t);
+    for (const QString& t : targets)
+        QDir().mkpath(t);
     const QString path = base + "/in.ba2";
     QFile f(path);
     if (!f.open(QIODevice::WriteOnly | QIODevice::Truncate)) return 0;
@@ -44,16 +46,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     for (int run = 0; run < 2; ++run) {
         ArchiveReader reader;
         NullProgress none;
-        if (reader.open(path, none)) results[run] = extractArchive(reader, targets[run] + "/", none, run == 0 ? 1 : 2);
+        if (reader.open(path, none))
+            results[run] = extractArchive(reader, targets[run] + "/", none, run == 0 ? 1 : 2);
     }
-    if (results[0].status != results[1].status || results[0].failedName != results[1].failedName) std::abort();
+    if (results[0].status != results[1].status || results[0].failedName != results[1].failedName)
+        std::abort();
     if (treeOf(targets[0]) != treeOf(targets[1])) std::abort();
     // Only the archive and the target trees may exist under base.
     QDirIterator it(base, QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System,
                     QDirIterator::Subdirectories);
     while (it.hasNext()) {
         const QString p = it.next();
-        if (p == path || p == base + "/a" || p == base + "/a/b" || p.startsWith(targets[0]) || p.startsWith(targets[1]))
+        if (p == path || p == base + "/a" || p == base + "/a/b" || p.startsWith(targets[0])
+            || p.startsWith(targets[1]))
             continue;
         std::abort();
     }

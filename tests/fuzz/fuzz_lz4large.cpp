@@ -19,6 +19,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (memcmp(back.data(), src, size) != 0) std::abort();
     // A destination one byte too small must fail cleanly, never overflow.
     std::vector<char> tight(size_t(n) - 1);
-    if (compressLz4Large(src, int(size), tight.data(), int(tight.size())) > int(tight.size())) std::abort();
+    if (compressLz4Large(src, int(size), tight.data(), int(tight.size())) > int(tight.size()))
+        std::abort();
     return 0;
 }

@@ -17,7 +17,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     ArchiveReader reader;
     NullProgress none;
     if (reader.open(path, none)) {
-        for (uint32_t i = 0; i < reader.fileCount; ++i) (void)reader.nameOf(i);
+        for (uint32_t i = 0; i < reader.fileCount; ++i)
+            (void)reader.nameOf(i);
         QString fault;
         verifyArchive(reader, fault, 1);
         (void)archiveInfoLine3(reader);

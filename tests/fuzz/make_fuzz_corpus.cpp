@@ -15,12 +15,14 @@ void put(const QString& dir, const QString& name, const QByteArray& bytes)
     writeFile(dir + "/" + name, bytes);
 }
 
-QByteArray dds(uint32_t width, uint32_t height, uint32_t mips, uint32_t pfFlags, const char* fourCC, uint32_t bits,
-               uint32_t r, uint32_t g, uint32_t b, uint32_t a, int dxgi, int dataBytes)
+QByteArray dds(uint32_t width, uint32_t height, uint32_t mips, uint32_t pfFlags, const char* fourCC,
+               uint32_t bits, uint32_t r, uint32_t g, uint32_t b, uint32_t a, int dxgi,
+               int dataBytes)
 {
     QByteArray h(dxgi ? 148 : 128, '\0');
     auto set = [&](int off, uint32_t v) {
-        for (int i = 0; i < 4; ++i) h[off + i] = char((v >> (8 * i)) & 0xFF);
+        for (int i = 0; i < 4; ++i)
+            h[off + i] = char((v >> (8 * i)) & 0xFF);
     };
     h.replace(0, 4, "DDS ");
     set(4, 124);
@@ -39,7 +41,7 @@ QByteArray dds(uint32_t width, uint32_t height, uint32_t mips, uint32_t pfFlags,
     return h + patternBytes(dataBytes, width * 7 + height);
 }
 
-}  // namespace
+} // namespace
 
 int main(int argc, char** argv)
 {
@@ -53,10 +55,12 @@ int main(int argc, char** argv)
             b.texture = texture;
             const Pack pack = version == 3 ? Pack::Lz4 : Pack::Zlib;
             if (texture) {
-                b.addTexture("textures/a.dds", 8, 8, 2, 71, {patternBytes(32, 1), patternBytes(8, 2)}, pack);
+                b.addTexture("textures/a.dds", 8, 8, 2, 71,
+                             {patternBytes(32, 1), patternBytes(8, 2)}, pack);
                 b.addTexture("textures\\b.dds", 4, 4, 1, 98, {patternBytes(16, 3)}, Pack::Stored);
             } else {
-                b.addGeneral("meshes/a.nif", patternBytes(200, 4), version == 3 ? Pack::Stored : pack);
+                b.addGeneral("meshes/a.nif", patternBytes(200, 4),
+                             version == 3 ? Pack::Stored : pack);
                 b.addGeneral("b.txt", "hello");
             }
             put(archives, QStringLiteral("built%1.ba2").arg(n++), b.build());
@@ -67,9 +71,11 @@ int main(int argc, char** argv)
             for (int i = 0; i < 3; ++i) {
                 const QByteArray name = "big/f" + QByteArray::number(i);
                 if (texture)
-                    big.addTexture(name + ".dds", 128, 128, 1, 71, {patternBytes(18000, uint32_t(i), false)}, pack);
+                    big.addTexture(name + ".dds", 128, 128, 1, 71,
+                                   {patternBytes(18000, uint32_t(i), false)}, pack);
                 else
-                    big.addGeneral(name + ".bin", patternBytes(18000, uint32_t(i), false), i == 2 ? Pack::Stored : pack);
+                    big.addGeneral(name + ".bin", patternBytes(18000, uint32_t(i), false),
+                                   i == 2 ? Pack::Stored : pack);
             }
             put(archives, QStringLiteral("built%1.ba2").arg(n++), big.build());
         }
@@ -81,8 +87,10 @@ int main(int argc, char** argv)
     put(textures, "dxt1.dds", dds(16, 16, 3, 4, "DXT1", 0, 0, 0, 0, 0, 0, 128 + 32 + 8));
     put(textures, "dxt5.dds", dds(1024, 512, 1, 4, "DXT5", 0, 0, 0, 0, 0, 0, 4096));
     put(textures, "bc7.dds", dds(8, 8, 2, 4, "DX10", 0, 0, 0, 0, 0, 98, 80));
-    put(textures, "rgba.dds", dds(4, 4, 3, 0x41, nullptr, 32, 0xFF, 0xFF00, 0xFF0000, 0xFF000000, 0, 84));
-    put(textures, "bgra.dds", dds(4, 4, 1, 0x41, nullptr, 32, 0xFF0000, 0xFF00, 0xFF, 0xFF000000, 0, 64));
+    put(textures, "rgba.dds",
+        dds(4, 4, 3, 0x41, nullptr, 32, 0xFF, 0xFF00, 0xFF0000, 0xFF000000, 0, 84));
+    put(textures, "bgra.dds",
+        dds(4, 4, 1, 0x41, nullptr, 32, 0xFF0000, 0xFF00, 0xFF, 0xFF000000, 0, 64));
     put(textures, "lum.dds", dds(8, 2, 1, 0x20000, nullptr, 8, 0xFF, 0, 0, 0, 0, 16));
     put(textures, "half.dds", dds(2, 2, 2, 4, nullptr, 0, 0, 0, 0, 0, 0, 40));
 
