@@ -1,3 +1,4 @@
+#include "archive/dxgi.h"
 #include "archive/format.h"
 
 #include <QtTest>
@@ -19,6 +20,8 @@ private slots:
     void initTestCase() { QCOMPARE(refHash("123456789"), 0x2DFD2D88u); }
     void nameHash_data();
     void nameHash();
+    void dxgiFormats_data();
+    void dxgiFormats();
 };
 
 void TestFormat::nameHash_data()
@@ -51,6 +54,44 @@ void TestFormat::nameHash()
     QCOMPARE(NameHash(table, input.constData(), size_t(input.size()), directoryMode, &count),
              expected);
     QCOMPARE(int(count), components == -1 ? 99 : components);
+}
+
+// Sizes from the published definitions: a BC7 level of 1024 x 1024 is 1 MiB, a 2 x 2 BC1 level
+// still fills one 8-byte block, nine 1-bit pixels need two bytes.
+void TestFormat::dxgiFormats_data()
+{
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QByteArray>("name"); // empty: unassigned
+    QTest::addColumn<int>("size");
+    QTest::addColumn<int>("width");
+    QTest::addColumn<int>("height");
+    QTest::addColumn<qulonglong>("level");
+    QTest::newRow("unknown") << 0 << QByteArray("UNKNOWN") << 0 << 4 << 4 << 0ull;
+    QTest::newRow("float4") << 2 << QByteArray("R32G32B32A32_FLOAT") << 128 << 3 << 5 << 240ull;
+    QTest::newRow("rgba srgb") << 29 << QByteArray("R8G8B8A8_UNORM_SRGB") << 32 << 64 << 32
+                               << 8192ull;
+    QTest::newRow("1 bit") << 66 << QByteArray("R1_UNORM") << 1 << 9 << 3 << 6ull;
+    QTest::newRow("bc1 small") << 71 << QByteArray("BC1_UNORM") << 8 << 2 << 2 << 8ull;
+    QTest::newRow("bc6h signed") << 96 << QByteArray("BC6H_SF16") << 16 << 5 << 4 << 32ull;
+    QTest::newRow("bc7") << 98 << QByteArray("BC7_UNORM") << 16 << 1024 << 1024 << 1048576ull;
+    QTest::newRow("video") << 103 << QByteArray("NV12") << 0 << 16 << 16 << 0ull;
+    QTest::newRow("unassigned") << 116 << QByteArray() << 0 << 16 << 16 << 0ull;
+    QTest::newRow("a4b4g4r4") << 191 << QByteArray("A4B4G4R4_UNORM") << 16 << 3 << 3 << 18ull;
+}
+
+void TestFormat::dxgiFormats()
+{
+    QFETCH(int, code);
+    QFETCH(QByteArray, name);
+    QFETCH(int, size);
+    QFETCH(int, width);
+    QFETCH(int, height);
+    QFETCH(qulonglong, level);
+    const DxgiFormat& f = dxgiFormat(uint32_t(code));
+    QCOMPARE(QByteArray(f.name), name);
+    QCOMPARE(int(f.size), size);
+    QCOMPARE(f.layout == DxgiLayout::Unsized, size == 0);
+    QCOMPARE(qulonglong(dxgiLevelSize(uint32_t(code), uint32_t(width), uint32_t(height))), level);
 }
 
 QTEST_GUILESS_MAIN(TestFormat)
