@@ -438,31 +438,38 @@ void TestExtractor::parallelMatchesOneThread_data()
     QTest::addColumn<bool>("earlierTree"); // the target already holds every name, with other bytes
     QTest::addColumn<int>("renameAt");     // file given newName instead of its own, -1 for none
     QTest::addColumn<QByteArray>("newName");
-    QTest::newRow("general clean") << false << -1 << -1 << false << -1 << QByteArray();
-    QTest::newRow("general failure midway") << false << 37 << -1 << false << -1 << QByteArray();
+    QTest::addColumn<int>("every"); // extracts only every n-th file when > 1
+    QTest::newRow("general clean") << false << -1 << -1 << false << -1 << QByteArray() << 1;
+    QTest::newRow("general every third, failure midway")
+        << false << 36 << -1 << false << -1 << QByteArray() << 3;
+    QTest::newRow("texture every fourth, cancel midway")
+        << true << -1 << 9 << false << -1 << QByteArray() << 4;
+    QTest::newRow("texture every second") << true << -1 << -1 << false << -1 << QByteArray() << 2;
+    QTest::newRow("general failure midway")
+        << false << 37 << -1 << false << -1 << QByteArray() << 1;
     QTest::newRow("general failure at the start")
-        << false << 1 << -1 << false << -1 << QByteArray();
-    QTest::newRow("general cancel midway") << false << -1 << 23 << false << -1 << QByteArray();
-    QTest::newRow("texture clean") << true << -1 << -1 << false << -1 << QByteArray();
-    QTest::newRow("texture failure midway") << true << 11 << -1 << false << -1 << QByteArray();
-    QTest::newRow("texture cancel midway") << true << -1 << 40 << false << -1 << QByteArray();
+        << false << 1 << -1 << false << -1 << QByteArray() << 1;
+    QTest::newRow("general cancel midway") << false << -1 << 23 << false << -1 << QByteArray() << 1;
+    QTest::newRow("texture clean") << true << -1 << -1 << false << -1 << QByteArray() << 1;
+    QTest::newRow("texture failure midway") << true << 11 << -1 << false << -1 << QByteArray() << 1;
+    QTest::newRow("texture cancel midway") << true << -1 << 40 << false << -1 << QByteArray() << 1;
     // Files that exist are only overwritten once everything before them went in.
     QTest::newRow("general failure over an earlier tree")
-        << false << 37 << -1 << true << -1 << QByteArray();
+        << false << 37 << -1 << true << -1 << QByteArray() << 1;
     QTest::newRow("texture failure over an earlier tree")
-        << true << 11 << -1 << true << -1 << QByteArray();
+        << true << 11 << -1 << true << -1 << QByteArray() << 1;
     QTest::newRow("general clean over an earlier tree")
-        << false << -1 << -1 << true << -1 << QByteArray();
+        << false << -1 << -1 << true << -1 << QByteArray() << 1;
     // The later of two files with one name wins, as it does when written in order.
     QTest::newRow("a name used twice")
-        << false << -1 << -1 << false << 50 << QByteArray("dir3/f10");
+        << false << -1 << -1 << false << 50 << QByteArray("dir3/f10") << 1;
     QTest::newRow("a name used twice, failure between")
-        << false << 31 << -1 << false << 50 << QByteArray("dir3/f10");
+        << false << 31 << -1 << false << 50 << QByteArray("dir3/f10") << 1;
     // A file where an earlier file made a folder stops at that file.
     QTest::newRow("a file named like a folder")
-        << false << -1 << -1 << false << 20 << QByteArray("dir6");
+        << false << -1 << -1 << false << 20 << QByteArray("dir6") << 1;
     QTest::newRow("a folder named like a file")
-        << true << -1 << -1 << false << 20 << QByteArray("dir6/f6.dds/x.dds");
+        << true << -1 << -1 << false << 20 << QByteArray("dir6/f6.dds/x.dds") << 1;
 }
 
 // Files with their bytes and folders (with a trailing '/') below root.
@@ -490,6 +497,7 @@ void TestExtractor::parallelMatchesOneThread()
     QFETCH(bool, earlierTree);
     QFETCH(int, renameAt);
     QFETCH(QByteArray, newName);
+    QFETCH(int, every);
     Ba2Builder b;
     b.texture = texture;
     b.version = texture ? 3 : 2;
@@ -513,6 +521,9 @@ void TestExtractor::parallelMatchesOneThread()
     ArchiveReader r;
     NullProgress none;
     QVERIFY(r.open(archive(b), none));
+    std::vector<uint32_t> selection;
+    for (uint32_t i = 0; i < r.fileCount; i += uint32_t(every))
+        selection.push_back(i);
     QMap<QString, QByteArray> trees[2];
     ExtractResult results[2];
     for (int run = 0; run < 2; ++run) {
@@ -522,8 +533,11 @@ void TestExtractor::parallelMatchesOneThread()
             QVERIFY(writeFile(out.filePath(r.nameOf(i)), "earlier " + r.nameOf(i).toUtf8()));
         }
         ScriptedProgress progress(cancelAt);
-        results[run] = extractArchive(r, out.path(), progress, run == 0 ? 1 : 3);
+        results[run] = extractArchive(r, out.path(), progress, run == 0 ? 1 : 3,
+                                      every > 1 ? &selection : nullptr);
         trees[run] = contentsOf(out.path());
+        const bool complete = results[run].status == ArchiveStatus::Complete;
+        QCOMPARE(progress.maximum, complete ? 100 : int(selection.size()));
     }
     QCOMPARE(results[1].status, results[0].status);
     QCOMPARE(results[1].failedName, results[0].failedName);
@@ -536,8 +550,17 @@ void TestExtractor::parallelMatchesOneThread()
                                      : int(ArchiveStatus::Complete);
     QCOMPARE(results[0].status, expected);
     QString fault1, fault3;
-    QCOMPARE(verifyArchive(r, fault3, 3), verifyArchive(r, fault1, 1));
+    std::vector<QByteArray> digests1, digests3;
+    QCOMPARE(verifyArchive(r, fault3, 3, &digests3), verifyArchive(r, fault1, 1, &digests1));
     QCOMPARE(fault3, fault1);
+    if (results[0].status != ArchiveStatus::Complete || renameAt >= 0) return;
+    QCOMPARE(digests3, digests1);
+    for (uint32_t i : selection) {
+        const QByteArray bytes = trees[0].take(r.nameOf(i));
+        QCOMPARE(digests1[i], QCryptographicHash::hash(bytes, QCryptographicHash::Sha1));
+    }
+    for (const QString& left : trees[0].keys())
+        QVERIFY2(left.endsWith('/'), qPrintable(left)); // only the selected files were written
 }
 
 int main(int argc, char** argv)

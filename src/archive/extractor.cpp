@@ -4,6 +4,7 @@
 #include "archive/status.h"
 #include "creation/codecs.h"
 
+#include <QCryptographicHash>
 #include <QDir>
 #include <QFileInfo>
 
@@ -195,11 +196,29 @@ private:
     uint64_t low = 0, high = 0, pending = 0;
 };
 
-std::vector<Piece> piecesOf(const ArchiveReader& reader)
+// The record indexes an extraction handles: the caller's selection (ascending, those out of
+// range dropped) or every file.
+std::vector<uint32_t> filesToHandle(const ArchiveReader& reader,
+                                    const std::vector<uint32_t>* selection)
+{
+    std::vector<uint32_t> order;
+    if (!selection) {
+        order.resize(reader.fileCount);
+        for (uint32_t i = 0; i < reader.fileCount; ++i)
+            order[i] = i;
+        return order;
+    }
+    for (uint32_t i : *selection)
+        if (i < reader.fileCount && (order.empty() || i > order.back())) order.push_back(i);
+    return order;
+}
+
+std::vector<Piece> piecesOf(const ArchiveReader& reader, const std::vector<uint32_t>& order)
 {
     std::vector<Piece> pieces;
-    pieces.reserve(reader.fileCount);
-    for (const FileRecord& r : reader.records) {
+    pieces.reserve(order.size());
+    for (uint32_t i : order) {
+        const FileRecord& r = reader.records[i];
         if (!reader.isTexture) {
             pieces.push_back({r.dataOffset, r.packedSize, r.unpackedSize});
             continue;
@@ -209,6 +228,19 @@ std::vector<Piece> piecesOf(const ArchiveReader& reader)
             pieces.push_back({chunks[c].dataOffset, chunks[c].packedSize, chunks[c].unpackedSize});
     }
     return pieces;
+}
+
+// A file's digest covers the bytes extraction writes: for a texture, its DDS header first.
+std::unique_ptr<QCryptographicHash> startDigest(const ArchiveReader& reader, uint32_t record)
+{
+    std::unique_ptr<QCryptographicHash> hash(new QCryptographicHash(QCryptographicHash::Sha1));
+    if (reader.isTexture) {
+        unsigned char header[kDdsHeaderCapacity];
+        initDdsHeader(header);
+        const int length = buildDdsHeader(header, reader.records[record]);
+        hash->addData(reinterpret_cast<const char*>(header), length);
+    }
+    return hash;
 }
 
 // Handing a piece to another thread costs a few microseconds; that only pays off when the
@@ -227,29 +259,42 @@ bool worthThreads(const std::vector<Piece>& pieces)
 // strictly in record order and decides when to stop. The parts of one texture may go in out
 // of order; after a failure the caller cuts the file back to what went in before it, which is
 // what a one-thread run leaves. In a verification nothing is written and a piece is done once
-// decoded.
+// decoded, or, when digests are asked for, once it went into its file's digest (the pieces of
+// one file in order, those of different files in parallel).
+// Files are numbered by their position in order (the record indexes handled).
 class PieceWorkers
 {
 public:
     static constexpr int kPending = 100; // not yet done
     static constexpr int kSkipped = 101; // not written: its file was given up
 
-    PieceWorkers(const ArchiveReader& reader, const std::vector<Piece>& pieces,
-                 std::vector<uint32_t> owner, ArchiveMapping& mapping, int jobs, bool writing)
-        : pieces(pieces)
+    PieceWorkers(const ArchiveReader& reader, const std::vector<uint32_t>& order,
+                 const std::vector<Piece>& pieces, std::vector<uint32_t> owner,
+                 ArchiveMapping& mapping, int jobs, bool writing,
+                 std::vector<QByteArray>* digests = nullptr)
+        : reader(reader)
+        , order(order)
+        , pieces(pieces)
         , fileOf(std::move(owner))
         , mapping(mapping)
         , writing(writing)
+        , digests(digests)
         , status(pieces.size(), kPending)
     {
         const bool generalV3 = reader.version == 3 && !reader.isTexture;
+        if (digests) {
+            nextToHash.resize(order.size());
+            hashes.resize(order.size());
+            for (size_t k = pieces.size(); k-- > 0;)
+                nextToHash[fileOf[k]] = k;
+        }
         if (writing) {
-            files.resize(reader.fileCount);
+            files.resize(order.size());
             size_t k = 0;
-            for (uint32_t i = 0; i < reader.fileCount; ++i) {
-                FileSlot& f = files[i];
+            for (uint32_t j = 0; j < order.size(); ++j) {
+                FileSlot& f = files[j];
                 f.firstPiece = k;
-                f.pieceCount = reader.isTexture ? reader.records[i].chunkCount : 1;
+                f.pieceCount = reader.isTexture ? reader.records[order[j]].chunkCount : 1;
                 uint64_t length = 0;
                 for (uint32_t c = 0; c < f.pieceCount; ++c, ++k) {
                     pieceOffset.push_back(length);
@@ -385,7 +430,9 @@ private:
             lock.unlock();
             int result = decoder.decode(pieces[k]);
             lock.lock();
-            if (writing) {
+            if (digests) {
+                digest(k, decoder, result, lock);
+            } else if (writing) {
                 opened.wait(lock, [&] { return settled(k); });
                 const FileSlot& f = files[fileOf[k]];
                 if (f.state != FileSlot::Open || fileOf[k] > failedFile) {
@@ -410,6 +457,30 @@ private:
         }
     }
 
+    // Adds piece k to its file's digest once the piece before it in the same file went in (a
+    // texture's digest begins with its DDS header). A failed piece takes its turn too, so the
+    // pieces after it never wait for ever. Called and returns with the lock held.
+    void digest(size_t k, const PieceDecoder& decoder, int result,
+                std::unique_lock<std::mutex>& lock)
+    {
+        const uint32_t file = fileOf[k];
+        hashed.wait(lock, [&] { return nextToHash[file] == k; });
+        if (result == ArchiveStatus::Complete) {
+            std::unique_ptr<QCryptographicHash>& hash = hashes[file];
+            lock.unlock();
+            if (!hash) hash = startDigest(reader, order[file]);
+            hash->addData(decoder.data, int(decoder.size));
+            const bool last = k + 1 == pieces.size() || fileOf[k + 1] != file;
+            if (last) {
+                (*digests)[order[file]] = hash->result();
+                hash.reset();
+            }
+            lock.lock();
+        }
+        ++nextToHash[file];
+        hashed.notify_all();
+    }
+
     // Bytes written before the end or the first error.
     static uint32_t writeAt(int fd, const char* data, uint32_t length, uint64_t offset)
     {
@@ -423,12 +494,18 @@ private:
         return count;
     }
 
+    const ArchiveReader& reader;
+    const std::vector<uint32_t>& order;
     const std::vector<Piece>& pieces;
     std::vector<uint32_t> fileOf;
     std::vector<uint64_t> pieceOffset; // where in its file's data a piece begins
     std::vector<uint32_t> written;     // bytes of each piece that went in
     ArchiveMapping& mapping;
     const bool writing;
+    std::vector<QByteArray>* digests;
+    std::vector<size_t> nextToHash; // per file: the piece whose turn it is
+    std::vector<std::unique_ptr<QCryptographicHash>> hashes;
+    std::condition_variable hashed; // workers: a piece went into its digest
     std::vector<FileSlot> files;
     std::vector<std::unique_ptr<PieceDecoder>> decoders;
     std::vector<std::thread> threads;
@@ -445,12 +522,13 @@ private:
     bool stopping = false;
 };
 
-std::vector<uint32_t> ownersOf(const ArchiveReader& reader)
+// The position in order of each piece's file.
+std::vector<uint32_t> ownersOf(const ArchiveReader& reader, const std::vector<uint32_t>& order)
 {
     std::vector<uint32_t> owner;
-    owner.reserve(reader.fileCount);
-    for (uint32_t i = 0; i < reader.fileCount; ++i)
-        owner.insert(owner.end(), reader.isTexture ? reader.records[i].chunkCount : 1, i);
+    owner.reserve(order.size());
+    for (uint32_t j = 0; j < order.size(); ++j)
+        owner.insert(owner.end(), reader.isTexture ? reader.records[order[j]].chunkCount : 1, j);
     return owner;
 }
 
@@ -509,10 +587,11 @@ bool writeAll(int fd, const char* data, size_t length)
 // Nothing when no worker thread could be started.
 std::optional<ExtractResult> extractWithWorkers(ArchiveReader& reader, const QString& target,
                                                 Progress& progress, int jobs,
+                                                const std::vector<uint32_t>& order,
                                                 const std::vector<Piece>& pieces)
 {
     ArchiveMapping mapping(reader);
-    PieceWorkers workers(reader, pieces, ownersOf(reader), mapping, jobs, true);
+    PieceWorkers workers(reader, order, pieces, ownersOf(reader, order), mapping, jobs, true);
     if (!workers.running()) return std::nullopt;
     unsigned char ddsHeader[kDdsHeaderCapacity];
     if (reader.isTexture) initDdsHeader(ddsHeader);
@@ -534,14 +613,15 @@ std::optional<ExtractResult> extractWithWorkers(ArchiveReader& reader, const QSt
         stopStatus = status;
     };
 
-    for (uint32_t i = 0; i < reader.fileCount; ++i) {
+    // i counts the files handled; the record is order[i].
+    for (uint32_t i = 0; i < order.size(); ++i) {
         progress.setValue(int(std::min<uint32_t>(i, INT32_MAX)));
         if (progress.wasCanceled()) {
             stopAt(i, ArchiveStatus::Aborted);
             break;
         }
         if (workers.failed()) break;
-        const FileRecord& record = reader.records[i];
+        const FileRecord& record = reader.records[order[i]];
         if (!nameIsSafe(record)) {
             stopAt(i, ArchiveStatus::UnsafeName);
             break;
@@ -555,7 +635,7 @@ std::optional<ExtractResult> extractWithWorkers(ArchiveReader& reader, const QSt
             open.pop_front();
         }
         if (failedBefore) break;
-        const QString name = reader.nameOf(i);
+        const QString name = reader.nameOf(order[i]);
         const QByteArray path = QFile::encodeName(target + name);
         int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         if (fd < 0 && errno != EEXIST) {
@@ -622,7 +702,7 @@ std::optional<ExtractResult> extractWithWorkers(ArchiveReader& reader, const QSt
         progress.setValue(100);
         return result;
     }
-    if (result.status != ArchiveStatus::Aborted) result.failedName = reader.nameOf(last);
+    if (result.status != ArchiveStatus::Aborted) result.failedName = reader.nameOf(order[last]);
     for (auto it = madeFiles.rbegin(); it != madeFiles.rend() && it->first > last; ++it)
         ::unlink(it->second.constData());
     for (auto it = madeFolders.rbegin(); it != madeFolders.rend() && it->first > last; ++it)
@@ -639,7 +719,7 @@ int defaultJobCount()
 }
 
 ExtractResult extractArchive(ArchiveReader& reader, const QString& targetFolder, Progress& progress,
-                             int jobs)
+                             int jobs, const std::vector<uint32_t>* selection)
 {
     ExtractResult result;
     if (!QFileInfo(targetFolder).isDir()) {
@@ -649,11 +729,12 @@ ExtractResult extractArchive(ArchiveReader& reader, const QString& targetFolder,
     QString target = targetFolder;
     if (!target.endsWith(QLatin1Char('/'))) target += QLatin1Char('/');
 
-    progress.setMaximum(int(std::min<uint32_t>(reader.fileCount, INT32_MAX)));
-    const std::vector<Piece> pieces = piecesOf(reader);
+    const std::vector<uint32_t> order = filesToHandle(reader, selection);
+    progress.setMaximum(int(std::min<size_t>(order.size(), INT32_MAX)));
+    const std::vector<Piece> pieces = piecesOf(reader, order);
     if (jobs > 1 && worthThreads(pieces))
         if (std::optional<ExtractResult> done
-            = extractWithWorkers(reader, target, progress, jobs, pieces))
+            = extractWithWorkers(reader, target, progress, jobs, order, pieces))
             return *done;
 
     unsigned char ddsHeader[kDdsHeaderCapacity];
@@ -663,15 +744,15 @@ ExtractResult extractArchive(ArchiveReader& reader, const QString& targetFolder,
                          reader.version, reader.version == 3 && !reader.isTexture);
     size_t piece = 0;
 
-    for (uint32_t i = 0; i < reader.fileCount; ++i) {
+    for (uint32_t i = 0; i < order.size(); ++i) {
         progress.setValue(int(std::min<uint32_t>(i, INT32_MAX)));
         if (progress.wasCanceled()) {
             result.status = ArchiveStatus::Aborted;
             result.failedName.clear(); // nothing failed
             return result;
         }
-        const FileRecord& record = reader.records[i];
-        result.failedName = reader.nameOf(i);
+        const FileRecord& record = reader.records[order[i]];
+        result.failedName = reader.nameOf(order[i]);
         if (!nameIsSafe(record)) {
             result.status = ArchiveStatus::UnsafeName;
             return result;
@@ -722,15 +803,19 @@ ExtractResult extractArchive(ArchiveReader& reader, const QString& targetFolder,
     return result;
 }
 
-bool verifyArchive(ArchiveReader& reader, QString& fault, int jobs)
+bool verifyArchive(ArchiveReader& reader, QString& fault, int jobs,
+                   std::vector<QByteArray>* digests)
 {
-    const std::vector<Piece> pieces = piecesOf(reader);
+    const std::vector<uint32_t> order = filesToHandle(reader, nullptr);
+    const std::vector<Piece> pieces = piecesOf(reader, order);
+    if (digests) digests->assign(reader.fileCount, QByteArray());
     ArchiveMapping mapping(reader);
     PieceDecoder decoder(reader.file.handle(), mapping.data(), uint64_t(reader.fileSize),
                          reader.version, reader.version == 3 && !reader.isTexture);
     std::unique_ptr<PieceWorkers> workers;
     if (jobs > 1 && worthThreads(pieces))
-        workers.reset(new PieceWorkers(reader, pieces, ownersOf(reader), mapping, jobs, false));
+        workers.reset(new PieceWorkers(reader, order, pieces, ownersOf(reader, order), mapping,
+                                       jobs, false, digests));
     if (workers && !workers->running()) workers.reset();
     unsigned char ddsHeader[kDdsHeaderCapacity];
     initDdsHeader(ddsHeader);
@@ -745,12 +830,16 @@ bool verifyArchive(ArchiveReader& reader, QString& fault, int jobs)
         if (reader.isTexture && buildDdsHeader(ddsHeader, record) == 0)
             return report(QStringLiteral("unsupported texture format %1").arg(record.format));
         const uint32_t pieceCount = reader.isTexture ? record.chunkCount : 1;
+        std::unique_ptr<QCryptographicHash> hash;
+        if (digests && (!workers || pieceCount == 0)) hash = startDigest(reader, i);
         for (uint32_t c = 0; c < pieceCount; ++c, ++piece) {
             int status;
             if (workers) {
                 status = workers->wait(piece);
             } else {
                 status = decoder.decode(pieces[piece]);
+                if (hash && status == ArchiveStatus::Complete)
+                    hash->addData(decoder.data, int(decoder.size));
                 mapping.forget(pieces[piece]);
             }
             if (status == ArchiveStatus::Complete) continue;
@@ -758,6 +847,7 @@ bool verifyArchive(ArchiveReader& reader, QString& fault, int jobs)
             return report(reader.isTexture ? QStringLiteral("chunk %1: %2").arg(c).arg(detail)
                                            : detail);
         }
+        if (hash) (*digests)[i] = hash->result();
     }
     fault.clear();
     return true;

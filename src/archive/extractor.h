@@ -3,6 +3,8 @@
 
 #include "archive/archivereader.h"
 
+#include <vector>
+
 struct ExtractResult
 {
     int status = 0;     // ArchiveStatus
@@ -15,12 +17,17 @@ struct ExtractResult
 // refused. Files written before a failure stay. jobs > 1 decodes and writes on that many worker
 // threads while this thread opens the files in record order: the files left behind (after a
 // cancel or a failure too) are those of a one-thread run.
+// selection, when given, names the record indexes to extract (ascending; others are ignored):
+// only those are written, in that order, and the progress range is their number.
 ExtractResult extractArchive(ArchiveReader& reader, const QString& targetFolder, Progress& progress,
-                             int jobs = 1);
+                             int jobs = 1, const std::vector<uint32_t>* selection = nullptr);
 
 // Decodes every block in memory and checks every size and every texture's format.
 // Returns true for a sound archive; otherwise fault names the first problem and its file.
-bool verifyArchive(ArchiveReader& reader, QString& fault, int jobs = 1);
+// digests, when given, receives per record the SHA-1 of the bytes extraction would write (for
+// a texture: its DDS header, then its data), computed while decoding; complete only on true.
+bool verifyArchive(ArchiveReader& reader, QString& fault, int jobs = 1,
+                   std::vector<QByteArray>* digests = nullptr);
 
 // Worker threads to use when the user does not say: one per core.
 int defaultJobCount();
