@@ -55,6 +55,7 @@ const PixelFormat kLuminance = masks(0x20000, 8, 0xFF, 0, 0, 0);
 struct HeaderFields
 {
     uint32_t flags = 0x1007, pitchOrLinearSize = 0, caps = 0x1000, caps2 = 0;
+    uint32_t dimension = 3, miscFlag = 0, arraySize = 1; // of the extension
 };
 
 // A DDS file: header (with the extension when dxgi >= 0) and dataBytes of patterned data.
@@ -75,8 +76,9 @@ QByteArray makeDds(const PixelFormat& pf, uint32_t width, uint32_t height, uint3
         put(76 + 4 * i, pixelFormat[i]);
     if (pf.dxgi >= 0) {
         put(128, uint32_t(pf.dxgi));
-        put(132, 3);
-        put(140, 1);
+        put(132, h.dimension);
+        put(136, h.miscFlag);
+        put(140, h.arraySize);
     }
     return f + testutil::patternBytes(dataBytes, 5);
 }
@@ -246,10 +248,12 @@ void TestDds::layout_data()
     QTest::addColumn<int>("status");
     QTest::addColumn<int>("format");
     QTest::addColumn<QVector<uint>>("chunks"); // first mip, last mip, size of each chunk
-    const auto refused = [](const QString& tag, const QByteArray& file, int status,
-                            quint64 claimedSize = 0) {
-        QTest::newRow(qPrintable(tag)) << file << claimedSize << status << 0 << QVector<uint>();
-    };
+    QTest::addColumn<int>("textureFlags");
+    const auto refused
+        = [](const QString& tag, const QByteArray& file, int status, quint64 claimedSize = 0) {
+              QTest::newRow(qPrintable(tag))
+                  << file << claimedSize << status << 0 << QVector<uint>() << 0;
+          };
     const auto unsupported = [&](const QString& tag, const PixelFormat& pf) {
         refused(tag, makeDds(pf, 4, 4, 1, 64), -10);
     };
@@ -259,7 +263,14 @@ void TestDds::layout_data()
         for (int k = 2; k < chunks.size(); k += 3)
             dataSize += int(chunks[k]);
         const QByteArray file = makeDds(pf, width, height, mips, dataSize + trailing);
-        QTest::newRow(tag) << file << quint64(0) << 1 << format << chunks;
+        QTest::newRow(tag) << file << quint64(0) << 1 << format << chunks << 0x0800;
+    };
+    // A cube map is one chunk of six faces, each with its whole chain of faceBytes.
+    const auto cube = [](const char* tag, const PixelFormat& pf, uint32_t side, uint32_t mips,
+                         const HeaderFields& h, int format, uint faceBytes) {
+        const QByteArray file = makeDds(pf, side, side, mips, int(6 * faceBytes), h);
+        QTest::newRow(tag) << file << quint64(0) << 1 << format
+                           << QVector<uint> {0, qMax(mips, 1u) - 1, 6 * faceBytes} << 0x0801;
     };
     // 64 x 32, one level, of each format: 2,048 pixels or 128 blocks, then bytes that are not part
     // of it.
@@ -298,8 +309,33 @@ void TestDds::layout_data()
         const FileRecord r = firstTexture(archive, chunks);
         walk(archive, fourCC("DXT1"), r.width, r.height, r.mipCount, 71, chunks);
         if (archive[0] == 'B')
-            QTest::newRow("Blank.dds") << sample("Blank.dds") << quint64(0) << 1 << 71 << chunks;
+            QTest::newRow("Blank.dds")
+                << sample("Blank.dds") << quint64(0) << 1 << 71 << chunks << 0x0800;
     }
+    const auto shape = [](uint32_t caps2, uint32_t miscFlag = 0, uint32_t arraySize = 1,
+                          uint32_t dimension = 3) {
+        HeaderFields h;
+        h.caps2 = caps2;
+        h.miscFlag = miscFlag;
+        h.arraySize = arraySize;
+        h.dimension = dimension;
+        return h;
+    };
+    cube("cube DXT1 256 9 mips", fourCC("DXT1"), 256, 9, shape(0xFE00), 71, 43704);
+    cube("cube DXT1 512 10 mips: never split", fourCC("DXT1"), 512, 10, shape(0xFE00), 71, 174776);
+    cube("cube RGBA 32 one level", kRgba, 32, 1, shape(0xFE00), 28, 4096);
+    cube("cube DX10 BC7 64", dx10(98), 64, 1, shape(0, 4), 98, 4096);
+    cube("cube DX10 BC7 64 7 mips, face bits too", dx10(98), 64, 7, shape(0xFE00, 4), 98, 5488);
+    refused("cube of five faces", makeDds(fourCC("DXT1"), 16, 16, 1, 6 * 128, shape(0xFA00)), -9);
+    refused("cube without the data of its faces",
+            makeDds(fourCC("DXT1"), 16, 16, 1, 5 * 128 + 127, shape(0xFE00)), -9);
+    refused("volume", makeDds(fourCC("DXT1"), 16, 16, 1, 4 * 128, shape(0x200000)), -9);
+    for (const auto& t : {std::make_pair("DX10 array of 2", shape(0, 0, 2)),
+                          std::make_pair("DX10 cube array", shape(0xFE00, 4, 2)),
+                          std::make_pair("DX10 array size 0", shape(0, 0, 0)),
+                          std::make_pair("DX10 array size huge", shape(0, 0, 0xFFFFFFFF)),
+                          std::make_pair("DX10 volume", shape(0, 0, 1, 4))})
+        refused(t.first, makeDds(dx10(98), 16, 16, 1, 12 * 256, t.second), -9);
     walk("RGBA masks, RGB flag only", masks(0x40, 32, 0xFF, 0xFF00, 0xFF0000, 0xFF000000), 4, 4, 1,
          28, {0, 0, 64});
 
@@ -364,6 +400,8 @@ void TestDds::layout()
         offset += got.unpackedSize;
     }
     QCOMPARE(layout.dataSize, offset - layout.dataStart);
+    QFETCH(int, textureFlags);
+    QCOMPARE(int(layout.textureFlags), textureFlags);
     // One byte less and the file no longer holds its chain.
     QCOMPARE(analyse(file.left(int(offset) - 1), layout), -9);
 }

@@ -56,21 +56,29 @@ uint64_t getLE(const QByteArray& b, int at, int bytes)
     return v;
 }
 
+// What a DDS file holds: a 2-D texture, a cube map (legacy face bits, or the DX10 cube flag alone),
+// a cube map that names five faces, a DX10 array of two slices.
+enum class Shape { Flat, Cube, FiveFaces, Array };
+
 // A DDS file: DXT1 (8-byte blocks) or, with dx10, BC7 (16-byte blocks) behind the extended header.
 QByteArray makeDds(uint32_t width, uint32_t height, uint32_t mips, uint32_t seed, bool dx10 = false,
-                   const char* fourCC = nullptr)
+                   const char* fourCC = nullptr, Shape shape = Shape::Flat)
 {
     QByteArray h = "DDS " + le(124, 4) + le(0x000A1007, 4) + le(height, 4) + le(width, 4) + le(0, 8)
         + le(mips, 4);
     h += QByteArray(44, '\0') + le(32, 4) + le(0x4, 4);
     h += fourCC ? QByteArray(fourCC, 4) : dx10 ? QByteArray("DX10") : QByteArray("DXT1");
-    h += QByteArray(20, '\0') + le(0x1000, 4) + QByteArray(16, '\0');
-    if (dx10) h += le(98, 4) + le(3, 4) + le(0, 4) + le(1, 4) + le(0, 4);
+    const bool cube = shape == Shape::Cube || shape == Shape::FiveFaces;
+    const uint32_t caps2 = shape == Shape::FiveFaces ? 0xFA00 : cube && !dx10 ? 0xFE00 : 0;
+    h += QByteArray(20, '\0') + le(0x1000, 4) + le(caps2, 4) + QByteArray(12, '\0');
+    if (dx10)
+        h += le(98, 4) + le(3, 4) + le(cube ? 4 : 0, 4) + le(shape == Shape::Array ? 2 : 1, 4)
+            + le(0, 4);
     uint64_t size = 0;
     for (uint32_t m = 0, w = width, hh = height; m < mips;
          ++m, w = std::max(w / 2, 4u), hh = std::max(hh / 2, 4u))
         size += uint64_t(w) * hh / 16 * (dx10 ? 16 : 8);
-    return h + testutil::patternBytes(int(size), seed);
+    return h + testutil::patternBytes(int(size * (cube ? 6 : shape == Shape::Array ? 2 : 1)), seed);
 }
 
 // Gathers every entry of folder, as a drop of all of them does.
@@ -96,6 +104,21 @@ QMap<QString, QByteArray> filesUnder(const QString& folder)
         files.insert(path.mid(folder.size() + 1).toLower(), testutil::readFile(path));
     }
     return files;
+}
+
+// Every texture's record fields and chunk split, by name (lower case: ours are).
+QMap<QString, QVector<uint>> textureRecords(const ArchiveReader& reader)
+{
+    QMap<QString, QVector<uint>> textures;
+    for (uint32_t i = 0; reader.isTexture && i < reader.fileCount; ++i) {
+        const FileRecord& r = reader.record(i);
+        QVector<uint>& v = textures[reader.nameOf(i).toLower()];
+        v << r.format << r.width << r.height << r.mipCount << r.textureFlags << r.chunkCount;
+        for (int k = 0; k < r.chunkCount; ++k)
+            v << reader.chunks(r)[k].firstMip << reader.chunks(r)[k].lastMip
+              << reader.chunks(r)[k].unpackedSize;
+    }
+    return textures;
 }
 
 // Writes the archive with one thread and again with three: worker threads may change nothing,
@@ -283,6 +306,10 @@ void TestWriter::roundTrip()
                                      {"Data/Textures/wide.dds", makeDds(1024, 512, 10, 6)},
                                      {"Data/Textures/bc7.dds", makeDds(512, 512, 10, 7, true)},
                                      {"Data/Textures/Sub/tiny.dds", makeDds(4, 4, 3, 8, true)},
+                                     {"Data/Textures/cube.dds",
+                                      makeDds(512, 512, 10, 10, false, nullptr, Shape::Cube)},
+                                     {"Data/Textures/cubedx10.dds",
+                                      makeDds(64, 64, 1, 11, true, nullptr, Shape::Cube)},
                                      {"Loose.DDS", makeDds(2048, 64, 1, 9)}}
         : QMap<QString, QByteArray> {{"Data/text.txt", testutil::patternBytes(20000, 1)},
                                      {"Data/noise.bin", testutil::patternBytes(3000, 2, false)},
@@ -336,9 +363,12 @@ void TestWriter::roundTrip()
         QCOMPARE(le(r.mipCount, 4), source.mid(28, 4));
         QCOMPARE(int(r.format), dx10 ? 98 : 71);
         // Levels of 512 x 512 pixels and more get a chunk each, up to three; the rest share one.
+        // A cube map is one chunk of all faces.
+        const bool cube = e.relativePathBytes().contains("cube");
+        QCOMPARE(int(r.textureFlags), cube ? 0x0801 : 0x0800);
         int chunks = 1;
         for (uint64_t area = uint64_t(r.width) * r.height;
-             chunks < 4 && chunks < r.mipCount && area >= 512 * 512;)
+             !cube && chunks < 4 && chunks < r.mipCount && area >= 512 * 512;)
             ++chunks, area /= 4;
         QCOMPARE(int(r.chunkCount), chunks);
         const QByteArray pixels = source.mid(dx10 ? 148 : 128);
@@ -447,6 +477,7 @@ void TestWriter::rebuildsRealArchives()
     QCOMPARE(rebuilt.isTexture, original.isTexture);
     QCOMPARE(extractArchive(rebuilt, dir + "/y/", quiet).status, 1);
     QCOMPARE(filesUnder(dir + "/y"), filesUnder(dir + "/x"));
+    QCOMPARE(textureRecords(rebuilt), textureRecords(original));
 }
 
 void TestWriter::progressAndCancel_data()
@@ -502,6 +533,8 @@ void TestWriter::failures_data()
     QTest::newRow("not a dds") << true << 1 << 1 << 0 << "in/D/b.dds" << -9;
     QTest::newRow("first not a dds") << true << 1 << 1 << 0 << "in/D/a.dds" << -9;
     QTest::newRow("unsupported format") << true << 1 << 1 << 0 << "in/D/b.dds" << -10;
+    QTest::newRow("cube of five faces") << true << 1 << 1 << 0 << "in/D/b.dds" << -9;
+    QTest::newRow("texture array") << true << 3 << 0 << 1 << "in/D/b.dds" << -9;
     // Workers may meet the later failure first; the earlier file's is the one reported.
     QTest::newRow("two failures") << true << 1 << 1 << 0 << "in/D/b.dds" << -2;
     // Sparse files: no disk space, and never read.
@@ -542,6 +575,10 @@ void TestWriter::failures()
     if (tag == "not a dds") QVERIFY(testutil::writeFile(b, QByteArray(200, 'x')));
     if (tag == "unsupported format")
         QVERIFY(testutil::writeFile(b, makeDds(64, 64, 7, 2, false, "ATI2")));
+    if (tag == "cube of five faces")
+        QVERIFY(testutil::writeFile(b, makeDds(64, 64, 7, 2, false, nullptr, Shape::FiveFaces)));
+    if (tag == "texture array")
+        QVERIFY(testutil::writeFile(b, makeDds(64, 64, 7, 2, true, nullptr, Shape::Array)));
     if (status == ArchiveStatus::TooLarge) {
         QFile big(b);
         QVERIFY(big.open(QIODevice::WriteOnly)

@@ -17,6 +17,13 @@ constexpr uint32_t kDdsMagic = fourCC('D', 'D', 'S', ' ');
 constexpr uint32_t kDx10 = fourCC('D', 'X', '1', '0');
 constexpr uint32_t kFlagRgb = 0x40;
 constexpr uint32_t kFlagLuminance = 0x20000;
+constexpr uint32_t kCaps2Cubemap = 0x200;
+constexpr uint32_t kCaps2AllFaces = 0xFC00;
+constexpr uint32_t kCaps2Volume = 0x200000;
+constexpr uint32_t kDimensionTexture3D = 4;
+constexpr uint32_t kMiscTextureCube = 0x4;
+constexpr uint32_t kCubeFaces = 6;
+constexpr uint16_t kCubeTextureFlags = 0x0801;
 
 constexpr uint32_t kHeaderSize = 128;
 constexpr uint32_t kDx10HeaderSize = 148;
@@ -140,9 +147,23 @@ int layoutTexture(const char* bytes, uint64_t size, TextureLayout& layout)
     if (mipCount == 0) mipCount = 1;
     if (mipCount > kMaxMipCount) return kDdsFileError;
 
+    // A record holds one 2-D texture or one whole cube map; storing the first surface of
+    // anything else would drop the rest without a word.
+    const uint32_t caps2 = ba2::readLE32(h + 112);
+    bool cube = (caps2 & kCaps2Cubemap) != 0;
+    if (cube && (caps2 & kCaps2AllFaces) != kCaps2AllFaces) return kDdsFileError;
+    if (caps2 & kCaps2Volume) return kDdsFileError;
+    if (code == kDx10) {
+        if (ba2::readLE32(h + 132) == kDimensionTexture3D || ba2::readLE32(h + 140) != 1)
+            return kDdsFileError;
+        if (ba2::readLE32(h + 136) & kMiscTextureCube) cube = true;
+    }
+
     uint64_t chain = 0;
     for (uint32_t m = 0; m < mipCount; ++m)
         chain += levelSize(ps, width, height, m);
+    // Cube faces follow one another, each with its whole mip chain.
+    if (cube) chain *= kCubeFaces;
     // Offsets and sizes are kept in 32 bits; the chain must also lie within the file.
     if (dataStart + chain > 0xFFFFFFFFu || size < dataStart + chain) return kDdsFileError;
 
@@ -154,11 +175,14 @@ int layoutTexture(const char* bytes, uint64_t size, TextureLayout& layout)
     layout.dataStart = dataStart;
     layout.dataSize = uint32_t(chain);
 
-    if (mipCount == 1) {
+    // A cube map is one chunk: the faces interleave the levels, so no level run is contiguous.
+    if (mipCount == 1 || cube) {
         ChunkPlan& c = layout.chunks[0];
         c.sourceOffset = dataStart;
         c.unpackedSize = uint32_t(chain);
+        c.lastMip = uint16_t(mipCount - 1);
         layout.chunkCount = 1;
+        if (cube) layout.textureFlags = kCubeTextureFlags;
         return 1;
     }
 

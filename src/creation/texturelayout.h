@@ -22,12 +22,15 @@ struct TextureLayout
     uint32_t mipCount = 0;
     uint8_t format = 0;     // DXGI code written into the record
     uint32_t dataStart = 0; // 128 or 148
-    uint32_t dataSize = 0;  // bytes of the first surface's mip chain
-    uint8_t chunkCount = 0; // 1..4
+    uint32_t dataSize = 0;  // bytes of pixel data: the mip chain, of each face for a cube map
+    uint8_t chunkCount = 0; // 1..4; a cube map is always one chunk
+    uint16_t textureFlags = 0x0800; // the record's flags: 0x0801 for a cube map
     ChunkPlan chunks[4];
 };
 
-// Analyses a DDS file held in memory. Returns 1 on success, -9 (not a DDS file, or one whose
-// data is shorter than its header or mip chain says, or absurd counts) or -10 (pixel format not
-// supported). Never reads outside [bytes, bytes + size).
+// Analyses a DDS file held in memory: a 2-D texture, or a cube map with all six faces (legacy
+// face bits or a DX10 cube of one element). Returns 1 on success, -9 (not a DDS file, one whose
+// data is shorter than its header or mip chain says, absurd counts, or a texture a record cannot
+// hold whole: a cube map missing faces, a texture array, a volume texture) or -10 (pixel format
+// not supported). Never reads outside [bytes, bytes + size).
 int layoutTexture(const char* bytes, uint64_t size, TextureLayout& layout);

@@ -653,6 +653,7 @@ WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool is
             r.width = uint16_t(layout.width);
             r.mipCount = uint8_t(layout.mipCount);
             r.format = layout.format;
+            r.textureFlags = layout.textureFlags;
             ba2::encodeTextureRecord(r, p);
             for (uint32_t k = 0; k < blockCount; ++k) {
                 ba2::ChunkRecord c;
