@@ -2,6 +2,7 @@
 
 #include "archive/format.h"
 #include "archive/status.h"
+#include "creation/blockcodec.h"
 #include "creation/codecs.h"
 #include "creation/texturelayout.h"
 
@@ -26,12 +27,8 @@
 
 namespace {
 
-enum class Codec { Store, Zlib, Lz4, Lz4Large };
+using Codec = BlockCodec;
 
-// unpackedSize is a 32-bit field; the codecs take int lengths, and LZ4 refuses more than
-// 0x7E000000 bytes. The same bound keeps qCompress's output array below Qt's size limit.
-constexpr uint64_t kMaxStoredSize = 0xFFFFFFFFull;
-constexpr uint64_t kMaxCodecInput = 0x7E000000ull;
 constexpr uint32_t kMaxNameLength = 0xFFFF;
 constexpr int kNameFlushSize = 1 << 20;
 // Source bytes that worker threads may hold between reading a file and its being written; a
@@ -49,17 +46,6 @@ constexpr size_t kFilesPerWorker = 8;
 constexpr size_t kFilesPerWake = 4;
 // Written data is handed to the disk in steps of this size while the run goes on.
 constexpr uint64_t kEarlyWriteStep = 8u << 20;
-
-Codec codecFor(int version, int zlibLevel, int lz4Mode)
-{
-    if (version == 3) {
-        if (lz4Mode == 1) return Codec::Lz4;
-        if (lz4Mode == 2) return Codec::Lz4Large;
-        return Codec::Store;
-    }
-    if ((version == 1 || version == 2) && zlibLevel >= 1 && zlibLevel <= 9) return Codec::Zlib;
-    return Codec::Store;
-}
 
 // A work buffer that follows the sizes asked of it; allocation failure is a result, not an
 // exception.
@@ -116,8 +102,8 @@ public:
         if (fd < 0) return ArchiveStatus::FileOpenError;
         struct stat st;
         if (::fstat(fd, &st) != 0 || S_ISDIR(st.st_mode)) return ArchiveStatus::FileOpenError;
-        const uint64_t limit = codec == Codec::Store ? kMaxStoredSize : kMaxCodecInput;
-        if (st.st_size < 0 || uint64_t(st.st_size) > limit) return ArchiveStatus::TooLarge;
+        if (st.st_size < 0 || uint64_t(st.st_size) > blockInputLimit(codec))
+            return ArchiveStatus::TooLarge;
         size = uint64_t(st.st_size);
         return ArchiveStatus::Complete;
     }
@@ -148,8 +134,7 @@ int analyseTexture(const QString& name, Codec codec, Buffer& scratch, uint8_t& c
     QFile file(name);
     if (!file.open(QIODevice::ReadOnly)) return ArchiveStatus::FileOpenError;
     const qint64 s = file.size();
-    const uint64_t limit = codec == Codec::Store ? kMaxStoredSize : kMaxCodecInput;
-    if (s < 0 || uint64_t(s) > limit) return ArchiveStatus::TooLarge;
+    if (s < 0 || uint64_t(s) > blockInputLimit(codec)) return ArchiveStatus::TooLarge;
     const uint64_t size = uint64_t(s);
     TextureLayout layout;
     int status = ArchiveStatus::Complete;
@@ -234,27 +219,14 @@ public:
             const char* source = readBuffer.data() + block.sourceOffset;
             const uint64_t capacity = packRoom(block.unpackedSize);
             char* destination = packBuffer.data() + packedAt;
-            block.packedSize = 0;
             out[k] = source;
             outLength[k] = block.unpackedSize;
-            switch (settings.codec) {
-            case Codec::Store: break;
-            case Codec::Zlib: {
-                const int64_t n = zlib.compress(source, block.unpackedSize, destination, capacity);
-                if (n < 0) return ArchiveStatus::ZlibError;
-                block.packedSize = uint32_t(n);
-                break;
-            }
-            case Codec::Lz4:
-            case Codec::Lz4Large: {
-                const int n = settings.codec == Codec::Lz4
-                    ? compressLz4(source, int(block.unpackedSize), destination, int(capacity))
-                    : compressLz4Large(source, int(block.unpackedSize), destination, int(capacity));
-                if (n <= 0) return ArchiveStatus::Lz4Error;
-                block.packedSize = uint32_t(n);
-                break;
-            }
-            }
+            const int64_t n = encodeBlock(settings.codec, zlib, source, block.unpackedSize,
+                                          destination, capacity);
+            if (n < 0)
+                return settings.codec == Codec::Zlib ? ArchiveStatus::ZlibError
+                                                     : ArchiveStatus::Lz4Error;
+            block.packedSize = uint32_t(n);
             if (block.packedSize) {
                 out[k] = destination;
                 outLength[k] = block.packedSize;
@@ -311,16 +283,7 @@ public:
     uint32_t outLength[4] = {};
 
 private:
-    uint64_t packRoom(uint32_t length) const
-    {
-        switch (settings.codec) {
-        case Codec::Store: return 0;
-        case Codec::Zlib: return ZlibCompressor::bound(length);
-        case Codec::Lz4:
-        case Codec::Lz4Large: break;
-        }
-        return lz4Bound(length);
-    }
+    uint64_t packRoom(uint32_t length) const { return blockPackRoom(settings.codec, length); }
 
     EncodeSettings settings;
     Buffer readBuffer;
@@ -533,7 +496,7 @@ WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool is
     progress.setMaximum(int(count));
     progress.setValue(0);
 
-    const Codec codec = codecFor(version, zlibLevel, lz4Mode);
+    const Codec codec = blockCodecFor(version, zlibLevel, lz4Mode);
     ba2::ArchiveHeader header;
     header.version = uint32_t(version);
     header.archiveType = isTexture ? ba2::kTypeTexture : ba2::kTypeGeneral;

@@ -1,0 +1,494 @@
+#include "creation/converter.h"
+
+#include "archive/format.h"
+#include "archive/status.h"
+#include "creation/blockcodec.h"
+
+#include <QFile>
+
+#include <algorithm>
+#include <cerrno>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+// Blocks a worker may have finished ahead of the writer; each holds at most three buffers.
+constexpr size_t kBlocksPerWorker = 2;
+// Pieces of a byte copy, between two looks at the cancel flag.
+constexpr uint64_t kCopyStep = 64u << 20;
+// A work buffer above this size is given back once a much smaller block follows.
+constexpr size_t kKeptBufferSize = 8u << 20;
+
+// A work buffer that follows the sizes asked of it; failing to get memory is a result.
+class Buffer
+{
+public:
+    bool reserve(uint64_t size)
+    {
+        const bool shrink = capacity > kKeptBufferSize && size < capacity / 2;
+        if (size <= capacity && !shrink) return true;
+        bytes.reset();
+        capacity = 0;
+        if (size > SIZE_MAX / 2) return false;
+        bytes.reset(new (std::nothrow) char[std::max<uint64_t>(size, 1)]);
+        if (!bytes) return false;
+        capacity = size;
+        return true;
+    }
+    char* data() { return bytes.get(); }
+
+private:
+    std::unique_ptr<char[]> bytes;
+    uint64_t capacity = 0;
+};
+
+bool readAt(int fd, char* out, uint64_t length, uint64_t offset)
+{
+    uint64_t done = 0;
+    while (done < length) {
+        const ssize_t n
+            = ::pread(fd, out + done, size_t(std::min<uint64_t>(length - done, 1u << 30)),
+                      off_t(offset + done));
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        done += uint64_t(n);
+    }
+    return true;
+}
+
+bool writeAt(int fd, const char* bytes, uint64_t length, uint64_t offset)
+{
+    uint64_t done = 0;
+    while (done < length) {
+        const ssize_t n
+            = ::pwrite(fd, bytes + done, size_t(std::min<uint64_t>(length - done, 1u << 30)),
+                       off_t(offset + done));
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        done += uint64_t(n);
+    }
+    return true;
+}
+
+// Copies length bytes between two files at the given offsets, in the kernel where it can.
+// Returns Complete, FileReadError (the input ended early) or FileWriteError.
+int copyRange(int in, uint64_t from, int out, uint64_t to, uint64_t length, Buffer& scratch)
+{
+    bool kernel = true;
+    while (length > 0) {
+        const uint64_t step = std::min<uint64_t>(length, kCopyStep);
+        if (kernel) {
+            loff_t src = loff_t(from), dst = loff_t(to);
+            const ssize_t n = ::copy_file_range(in, &src, out, &dst, size_t(step), 0);
+            if (n > 0) {
+                from += uint64_t(n), to += uint64_t(n), length -= uint64_t(n);
+                continue;
+            }
+            if (n == 0) return ArchiveStatus::FileReadError;
+            if (errno == EINTR) continue;
+            // Not offered between these files: the same through memory. Anything else is the
+            // output's failure (no space, a size limit) or a read error found again below.
+            if (errno != EXDEV && errno != ENOSYS && errno != EOPNOTSUPP && errno != EINVAL
+                && errno != EIO)
+                return ArchiveStatus::FileWriteError;
+            kernel = false;
+        }
+        const uint64_t piece = std::min<uint64_t>(step, 8u << 20);
+        if (!scratch.reserve(piece)) return ArchiveStatus::TooLarge;
+        if (!readAt(in, scratch.data(), piece, from)) return ArchiveStatus::FileReadError;
+        if (!writeAt(out, scratch.data(), piece, to)) return ArchiveStatus::FileWriteError;
+        from += piece, to += piece, length -= piece;
+    }
+    return ArchiveStatus::Complete;
+}
+
+// One stored block of the input, where it goes, and whether its bytes change.
+struct Block
+{
+    uint64_t offset;     // in the input
+    uint32_t packedSize; // 0: stored
+    uint32_t unpackedSize;
+    uint32_t file;    // record index
+    uint32_t patchAt; // within the record table: its dataOffset, packedSize follows
+    bool transcode;
+    uint64_t stored() const { return packedSize ? packedSize : unpackedSize; }
+};
+
+struct Transcoding
+{
+    bool lz4In;       // the input's compressed blocks are LZ4 blocks
+    BlockCodec codec; // how transcoded blocks are stored
+    int zlibLevel;
+    ZlibEngine engine;
+};
+
+// A transcoded block: the bytes to store (pointing into a buffer of the slot or of the input).
+struct Recoded
+{
+    int status = ArchiveStatus::Complete;
+    bool reading = false;
+    const char* bytes = nullptr;
+    uint32_t length = 0;
+    uint32_t packedSize = 0;
+};
+
+class Recoder
+{
+public:
+    Recoder(int fd, const Transcoding& t)
+        : fd(fd)
+        , t(t)
+    { }
+
+    Recoded run(const Block& b, ZlibCompressor& zlib)
+    {
+        Recoded r;
+        const auto fail = [&r](int status, bool reading) {
+            r.status = status;
+            r.reading = reading;
+            return r;
+        };
+        if (!in.reserve(b.stored())) return fail(ArchiveStatus::TooLarge, false);
+        if (!readAt(fd, in.data(), b.stored(), b.offset))
+            return fail(ArchiveStatus::FileReadError, true);
+        const char* data = in.data();
+        if (b.packedSize) {
+            const int bad = t.lz4In ? ArchiveStatus::Lz4Error : ArchiveStatus::ZlibError;
+            if (!plausibleExpansion(t.lz4In, b.packedSize, b.unpackedSize)) return fail(bad, true);
+            if (!raw.reserve(b.unpackedSize)) return fail(ArchiveStatus::TooLarge, false);
+            const bool ok = t.lz4In
+                ? decompressLz4(in.data(), b.packedSize, raw.data(), b.unpackedSize, b.unpackedSize)
+                : decompressZlib(in.data(), b.packedSize, raw.data(), b.unpackedSize);
+            if (!ok) return fail(bad, true);
+            data = raw.data();
+        }
+        r.bytes = data;
+        r.length = b.unpackedSize;
+        if (t.codec == BlockCodec::Store) return r;
+        if (b.unpackedSize > blockInputLimit(t.codec)) return fail(ArchiveStatus::TooLarge, false);
+        const uint64_t room = blockPackRoom(t.codec, b.unpackedSize);
+        if (!out.reserve(room)) return fail(ArchiveStatus::TooLarge, false);
+        const int64_t n = encodeBlock(t.codec, zlib, data, b.unpackedSize, out.data(), room);
+        if (n < 0)
+            return fail(t.codec == BlockCodec::Zlib ? ArchiveStatus::ZlibError
+                                                    : ArchiveStatus::Lz4Error,
+                        false);
+        if (n > 0) {
+            r.bytes = out.data();
+            r.length = uint32_t(n);
+            r.packedSize = uint32_t(n);
+        }
+        return r;
+    }
+
+private:
+    int fd;
+    Transcoding t;
+    Buffer in, raw, out;
+};
+
+// Transcodes the blocks listed in work strictly in order for the caller. With workers, they run
+// a bounded window ahead; the result is the same as with none.
+class RecodedBlocks
+{
+public:
+    RecodedBlocks(int fd, const std::vector<Block>& blocks, const std::vector<size_t>& work,
+                  const Transcoding& t, int jobs)
+        : blocks(blocks)
+        , work(work)
+        , t(t)
+        , zlib(t.zlibLevel, t.engine)
+    {
+        const size_t workers = jobs > 1 ? size_t(std::min(jobs, 64)) : 0;
+        const size_t slotCount = std::max<size_t>(workers * kBlocksPerWorker, 1);
+        for (size_t i = 0; i < slotCount; ++i)
+            window.emplace_back(new Slot(fd, t));
+        std::lock_guard<std::mutex> lock(mutex);
+        for (size_t w = 0; w < workers && work.size() > 1; ++w) {
+            try {
+                threads.emplace_back([this] { loop(); });
+            } catch (const std::system_error&) {
+                break; // fewer threads, or none: the caller then works alone
+            }
+        }
+    }
+
+    ~RecodedBlocks()
+    {
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            stopping = true;
+        }
+        wake.notify_all();
+        for (std::thread& thread : threads)
+            thread.join();
+    }
+
+    // The n-th transcoded block; valid until release(n).
+    const Recoded& get(size_t n)
+    {
+        Slot& slot = *window[n % window.size()];
+        if (threads.empty()) {
+            slot.result = slot.recoder.run(blocks[work[n]], zlib);
+            return slot.result;
+        }
+        std::unique_lock<std::mutex> lock(mutex);
+        done.wait(lock, [&] { return slot.ready == n; });
+        return slot.result;
+    }
+
+    void release(size_t n)
+    {
+        if (threads.empty()) return;
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            released = n + 1;
+        }
+        wake.notify_all();
+    }
+
+private:
+    struct Slot
+    {
+        Slot(int fd, const Transcoding& t)
+            : recoder(fd, t)
+        { }
+        Recoder recoder;
+        Recoded result;
+        size_t ready = SIZE_MAX;
+    };
+
+    void loop()
+    {
+        ZlibCompressor own(t.zlibLevel, t.engine);
+        std::unique_lock<std::mutex> lock(mutex);
+        while (true) {
+            wake.wait(lock, [&] {
+                return stopping || next >= work.size() || next < released + window.size();
+            });
+            if (stopping || next >= work.size()) return;
+            const size_t n = next++;
+            Slot& slot = *window[n % window.size()];
+            lock.unlock();
+            Recoded result = slot.recoder.run(blocks[work[n]], own);
+            lock.lock();
+            slot.result = result;
+            slot.ready = n;
+            done.notify_all();
+        }
+    }
+
+    const std::vector<Block>& blocks;
+    const std::vector<size_t>& work;
+    const Transcoding t;
+    ZlibCompressor zlib; // the caller's, when it works alone
+    std::vector<std::unique_ptr<Slot>> window;
+    std::vector<std::thread> threads;
+    std::mutex mutex;
+    std::condition_variable wake, done;
+    size_t next = 0, released = 0;
+    bool stopping = false;
+};
+
+// The output file beside the target, removed unless it was renamed onto the target.
+class TempOutput
+{
+public:
+    explicit TempOutput(const QString& target)
+        : path(QFile::encodeName(target + QStringLiteral(".Zarneler")))
+    { }
+    ~TempOutput()
+    {
+        if (fd >= 0) ::close(fd);
+        if (!renamed) ::unlink(path.constData());
+    }
+    bool open()
+    {
+        // Removing (rather than truncating) a leftover also drops a link planted under its name.
+        ::unlink(path.constData());
+        fd = ::open(path.constData(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        return fd >= 0;
+    }
+    bool finish(const QString& target)
+    {
+        if (::fsync(fd) != 0 || ::close(fd) != 0) {
+            fd = -1;
+            return false;
+        }
+        fd = -1;
+        renamed = ::rename(path.constData(), QFile::encodeName(target).constData()) == 0;
+        return renamed;
+    }
+    QString name() const { return QFile::decodeName(path); }
+
+    int fd = -1;
+
+private:
+    QByteArray path;
+    bool renamed = false;
+};
+
+} // namespace
+
+ConvertResult convertArchive(const ArchiveReader& reader, const QString& targetPath,
+                             const ConvertSettings& settings, Progress& progress)
+{
+    ConvertResult result;
+    const auto fail = [&result](int status, bool reading, const QString& name) {
+        result.status = status;
+        result.reading = reading;
+        result.failedName = name;
+        return result;
+    };
+    const int in = reader.file.handle();
+    const uint64_t inSize = uint64_t(reader.fileSize);
+    const uint32_t count = reader.fileCount;
+    progress.setMinimum(0);
+    progress.setMaximum(int(std::min<uint32_t>(count, INT32_MAX)));
+    progress.setValue(0);
+
+    const uint32_t version = settings.version ? uint32_t(settings.version) : reader.version;
+    const bool lz4In = reader.version == 3 && reader.compressionCode == ba2::kCompressionLz4;
+    const bool lz4Out = version == 3;
+    const int level = lz4Out ? settings.lz4Mode : settings.zlibLevel;
+    const bool keepBlocks = level < 0;
+    Transcoding t;
+    t.lz4In = lz4In;
+    t.codec = blockCodecFor(lz4Out ? 3 : 1, keepBlocks ? 1 : level, keepBlocks ? 1 : level);
+    t.zlibLevel = lz4Out || keepBlocks ? 1 : level;
+    t.engine = settings.engine;
+
+    // Every block, in record order, with where its offset lies in the record table.
+    const uint32_t inHeader = ba2::headerSizeFor(reader.version);
+    uint64_t recordBytes = 0;
+    std::vector<Block> blocks;
+    std::vector<size_t> work;
+    for (uint32_t i = 0; i < count; ++i) {
+        const FileRecord& r = reader.record(i);
+        const auto add = [&](uint64_t offset, uint32_t packed, uint32_t unpacked, uint64_t at) {
+            Block b {offset, packed, unpacked, i, uint32_t(at), false};
+            b.transcode = packed ? !keepBlocks || lz4In != lz4Out : level > 0;
+            if (b.offset > inSize || b.stored() > inSize - b.offset) return false;
+            if (b.transcode) work.push_back(blocks.size());
+            blocks.push_back(b);
+            return true;
+        };
+        bool inside = true;
+        if (reader.isTexture) {
+            for (uint32_t k = 0; k < r.chunkCount; ++k) {
+                const ChunkInfo& c = reader.chunks(r)[k];
+                inside = inside
+                    && add(c.dataOffset, c.packedSize, c.unpackedSize,
+                           recordBytes + ba2::kChunkRecordSize * (k + 1));
+            }
+            recordBytes += ba2::kTextureRecordSize + uint64_t(ba2::kChunkRecordSize) * r.chunkCount;
+        } else {
+            inside = add(r.dataOffset, r.packedSize, r.unpackedSize, recordBytes + 16);
+            recordBytes += ba2::kGeneralRecordSize;
+        }
+        if (!inside) return fail(ArchiveStatus::FileReadError, true, reader.nameOf(i));
+    }
+    // The reader stops names at the end of the file; their table is taken as stored.
+    uint64_t nameBytes = 0;
+    for (uint32_t i = 0; i < count; ++i)
+        nameBytes += 2u + reader.record(i).nameEntryLength;
+    if (inHeader + recordBytes > inSize || reader.nameTableOffset > inSize
+        || nameBytes > inSize - reader.nameTableOffset)
+        return fail(ArchiveStatus::FileReadError, true, reader.file.fileName());
+
+    TempOutput out(targetPath);
+    if (!out.open()) return fail(ArchiveStatus::FileOpenError, false, out.name());
+    Buffer scratch;
+
+    unsigned char header[36] = {};
+    ba2::ArchiveHeader h;
+    h.version = version;
+    h.archiveType = reader.archiveType;
+    h.fileCount = count;
+    h.headerExtra = reader.version == 2 || reader.version == 3 ? reader.headerExtra : 1;
+    h.compressionCode = ba2::kCompressionLz4;
+    const uint32_t outHeader = ba2::headerSizeFor(version);
+
+    if (inHeader == outHeader && lz4In == lz4Out && keepBlocks) {
+        // Nothing but the version changes: the archive is copied as it stands.
+        for (uint64_t done = 0; done < inSize;) {
+            progress.setValue(int(uint64_t(count) * done / inSize));
+            if (progress.wasCanceled()) return fail(ArchiveStatus::Aborted, false, QString());
+            const uint64_t step = std::min<uint64_t>(inSize - done, kCopyStep);
+            const int status = copyRange(in, done, out.fd, done, step, scratch);
+            if (status != ArchiveStatus::Complete)
+                return fail(status, status == ArchiveStatus::FileReadError,
+                            status == ArchiveStatus::FileReadError ? reader.file.fileName()
+                                                                   : out.name());
+            done += step;
+        }
+        ba2::writeLE32(header, version);
+        if (!writeAt(out.fd, reinterpret_cast<const char*>(header), 4, 4))
+            return fail(ArchiveStatus::FileWriteError, false, out.name());
+    } else {
+        QByteArray records(int(std::min<uint64_t>(recordBytes, INT32_MAX)), '\0');
+        if (uint64_t(records.size()) != recordBytes || recordBytes > (1u << 30))
+            return fail(ArchiveStatus::TooLarge, false, targetPath);
+        if (!readAt(in, records.data(), recordBytes, inHeader))
+            return fail(ArchiveStatus::FileReadError, true, reader.file.fileName());
+        auto* patch = reinterpret_cast<unsigned char*>(records.data());
+
+        RecodedBlocks recoded(in, blocks, work, t, settings.jobs);
+        uint64_t cursor = outHeader + recordBytes;
+        size_t nextWork = 0;
+        uint32_t shownFile = UINT32_MAX;
+        for (const Block& b : blocks) {
+            if (b.file != shownFile) {
+                shownFile = b.file;
+                progress.setValue(int(b.file));
+            }
+            if (progress.wasCanceled()) return fail(ArchiveStatus::Aborted, false, QString());
+            uint32_t packed = b.packedSize;
+            uint64_t length = b.stored();
+            if (b.transcode) {
+                const Recoded& r = recoded.get(nextWork);
+                if (r.status != ArchiveStatus::Complete)
+                    return fail(r.status, r.reading, reader.nameOf(b.file));
+                if (!writeAt(out.fd, r.bytes, r.length, cursor))
+                    return fail(ArchiveStatus::FileWriteError, false, out.name());
+                packed = r.packedSize;
+                length = r.length;
+                recoded.release(nextWork++);
+            } else {
+                const int status = copyRange(in, b.offset, out.fd, cursor, length, scratch);
+                if (status != ArchiveStatus::Complete)
+                    return fail(status, status == ArchiveStatus::FileReadError,
+                                status == ArchiveStatus::FileReadError ? reader.nameOf(b.file)
+                                                                       : out.name());
+            }
+            ba2::writeLE64(patch + b.patchAt, cursor);
+            ba2::writeLE32(patch + b.patchAt + 8, packed);
+            cursor += length;
+        }
+        progress.setValue(int(std::min<uint32_t>(count, INT32_MAX)));
+        if (!writeAt(out.fd, records.constData(), recordBytes, outHeader))
+            return fail(ArchiveStatus::FileWriteError, false, out.name());
+        const int status
+            = copyRange(in, reader.nameTableOffset, out.fd, cursor, nameBytes, scratch);
+        if (status != ArchiveStatus::Complete)
+            return fail(status, status == ArchiveStatus::FileReadError, out.name());
+        h.nameTableOffset = cursor;
+        ba2::encodeHeader(h, header);
+        if (!writeAt(out.fd, reinterpret_cast<const char*>(header), outHeader, 0))
+            return fail(ArchiveStatus::FileWriteError, false, out.name());
+    }
+    if (!out.finish(targetPath)) return fail(ArchiveStatus::FileWriteError, false, targetPath);
+    result.status = ArchiveStatus::Complete;
+    return result;
+}
