@@ -160,7 +160,7 @@ const QVector<Format> kFormats = {
     {dx10(80), 80, 8, true},
     {dx10(84), 84, 16, true},
     {masks(0x41, 32, 0xFF0000, 0xFF00, 0xFF, 0xFF000000), 87, 4, false},
-    {masks(0x40, 8, 0xFF, 0, 0, 0), 63, 1, false}, // R8_SNORM: written, but no way back
+    {masks(0x40, 8, 0xFF, 0, 0, 0), 63, 1, false}, // R8_SNORM
 };
 
 } // namespace
@@ -275,11 +275,19 @@ void TestDds::layout_data()
     // 64 x 32, one level, of each format: 2,048 pixels or 128 blocks, then bytes that are not part
     // of it.
     for (const Format& f : kFormats) {
-        if (f.code == 63) continue;
         const uint32_t bytes = (f.blocks ? 128 : 2048) * f.unitBytes;
         walk(qPrintable(QString("format %1%2").arg(f.code).arg(f.pf.dxgi >= 0 ? " DX10" : "")),
              f.pf, 64, 32, 1, f.code, {0, 0, bytes}, 100);
     }
+    // Formats outside the legacy descriptions, by bits per pixel or bytes per block: 64 x 32 is
+    // 2,048 pixels or 128 blocks; R1 rows are 8 bytes.
+    const QVector<QPair<int, uint>> wider
+        = {{71, 1024}, {2, 32768}, {24, 8192}, {49, 4096}, {96, 2048}, {66, 256}};
+    for (const auto& f : wider)
+        walk(qPrintable(QString("DX10 format %1").arg(f.first)), dx10(f.first), 64, 32, 1, f.first,
+             {0, 0, f.second});
+    walk("R16 1024 11 mips", dx10(56), 1024, 1024, 11, 56,
+         {0, 0, 2097152, 1, 1, 524288, 2, 10, 174762});
     walk("BC7 1024 11 mips", dx10(98), 1024, 1024, 11, 98,
          {0, 0, 1048576, 1, 1, 262144, 2, 10, 87408});
     walk("DXT1 4096 13 mips: four chunks at most", fourCC("DXT1"), 4096, 4096, 13, 71,
@@ -325,6 +333,7 @@ void TestDds::layout_data()
     cube("cube DXT1 512 10 mips: never split", fourCC("DXT1"), 512, 10, shape(0xFE00), 71, 174776);
     cube("cube RGBA 32 one level", kRgba, 32, 1, shape(0xFE00), 28, 4096);
     cube("cube DX10 BC7 64", dx10(98), 64, 1, shape(0, 4), 98, 4096);
+    cube("cube DX10 R8G8 8", dx10(49), 8, 1, shape(0, 4), 49, 128);
     cube("cube DX10 BC7 64 7 mips, face bits too", dx10(98), 64, 7, shape(0xFE00, 4), 98, 5488);
     refused("cube of five faces", makeDds(fourCC("DXT1"), 16, 16, 1, 6 * 128, shape(0xFA00)), -9);
     refused("cube without the data of its faces",
@@ -356,11 +365,12 @@ void TestDds::layout_data()
     // header is present, and only the header may be read.
     refused("chain over 4 GiB", makeDds(fourCC(113u), 65535, 65535, 1, 0), -9, quint64(1) << 40);
     refused("unsupported before short", makeDds(fourCC("DXT2"), 64, 64, 1, 0), -10);
-    // Descriptions outside the accepted set; an extended header may not name a legacy format.
-    for (int code : {28, 71, 74, 77, 83, 10, 11, 61, 87, 0, 2, 255})
+    // Descriptions outside the accepted set: an extended header naming a format without a size
+    // (unknown, paired pixels, video, unassigned, beyond 8 bits).
+    for (int code : {0, 68, 103, 130, 255, 0x162})
         unsupported(QString("DX10 %1").arg(code), dx10(code));
     unsupported("FourCC 111", fourCC(111u));
-    unsupported("R8 as RGB", masks(0x40, 8, 0xFF, 0, 0, 0));
+    unsupported("R8 without flags", masks(0, 8, 0xFF, 0, 0, 0));
     unsupported("luminance with alpha mask", masks(0x20000, 8, 0xFF, 0, 0, 0xFF00));
     unsupported("luminance 16 bits", masks(0x20000, 16, 0xFF, 0, 0, 0));
     unsupported("RGBA masks without RGB flag", masks(0x1, 32, 0xFF, 0xFF00, 0xFF0000, 0xFF000000));

@@ -1,6 +1,9 @@
 #include "creation/texturelayout.h"
 
+#include "archive/dxgi.h"
 #include "archive/format.h"
+
+#include <algorithm>
 
 namespace {
 
@@ -32,73 +35,57 @@ constexpr uint64_t kSingleMipChunkArea = 512 * 512;
 constexpr uint32_t kMaxMipCount = 255;    // the record keeps 8 bits
 constexpr uint32_t kMaxDimension = 65535; // and 16 bits per side
 
-// How a format's data is measured: bytes per pixel, or bytes per 4x4 block.
-struct PixelSize
-{
-    uint8_t format = 0;
-    uint8_t bytes = 0;
-    bool blocks = false;
-};
-
-bool fromFourCC(uint32_t code, PixelSize& out)
+// The DXGI code of a legacy FourCC.
+bool fromFourCC(uint32_t code, uint8_t& format)
 {
     struct Row
     {
         uint32_t code;
-        PixelSize size;
+        uint8_t format;
     };
     static const Row rows[] = {
-        {fourCC('D', 'X', 'T', '1'), {71, 8, true}},
-        {fourCC('D', 'X', 'T', '3'), {74, 16, true}},
-        {fourCC('D', 'X', 'T', '5'), {77, 16, true}},
-        {fourCC('B', 'C', '4', 'U'), {80, 8, true}},
-        {fourCC('B', 'C', '5', 'U'), {83, 16, true}},
-        {fourCC('B', 'C', '5', 'S'), {84, 16, true}},
-        {36, {11, 8, false}},  // Direct3D 9 A16B16G16R16
-        {113, {10, 8, false}}, // Direct3D 9 A16B16G16R16F
+        {fourCC('D', 'X', 'T', '1'), 71},
+        {fourCC('D', 'X', 'T', '3'), 74},
+        {fourCC('D', 'X', 'T', '5'), 77},
+        {fourCC('B', 'C', '4', 'U'), 80},
+        {fourCC('B', 'C', '5', 'U'), 83},
+        {fourCC('B', 'C', '5', 'S'), 84},
+        {36, 11},  // Direct3D 9 A16B16G16R16
+        {113, 10}, // Direct3D 9 A16B16G16R16F
     };
     for (const Row& r : rows) {
         if (r.code == code) {
-            out = r.size;
+            format = r.format;
             return true;
         }
     }
     return false;
 }
 
-bool fromDxgi(uint8_t code, PixelSize& out)
-{
-    switch (code) {
-    case 29:
-    case 31: out = {code, 4, false}; return true;
-    case 72:
-    case 80: out = {code, 8, true}; return true;
-    case 78:
-    case 84:
-    case 95:
-    case 98:
-    case 99: out = {code, 16, true}; return true;
-    default: return false;
-    }
-}
-
-bool fromMasks(const unsigned char* h, PixelSize& out)
+// The DXGI code of an uncompressed layout described by masks.
+bool fromMasks(const unsigned char* h, uint8_t& format)
 {
     const uint32_t flags = ba2::readLE32(h + 80);
     const uint32_t bits = ba2::readLE32(h + 88);
     const uint32_t r = ba2::readLE32(h + 92), g = ba2::readLE32(h + 96);
     const uint32_t b = ba2::readLE32(h + 100), a = ba2::readLE32(h + 104);
-    if ((flags & kFlagLuminance) && bits == 8 && r == 0xFF && g == 0 && b == 0 && a == 0) {
-        out = {61, 1, false};
+    if (bits == 8 && r == 0xFF && g == 0 && b == 0 && a == 0) {
+        // Luminance is R8_UNORM; the RGB flag is how extraction describes R8_SNORM.
+        if (flags & kFlagLuminance)
+            format = 61;
+        else if (flags & kFlagRgb)
+            format = 63;
+        else
+            return false;
         return true;
     }
     if (!(flags & kFlagRgb) || bits != 32 || g != 0xFF00 || a != 0xFF000000u) return false;
     if (r == 0xFF && b == 0xFF0000) {
-        out = {28, 4, false};
+        format = 28;
         return true;
     }
     if (r == 0xFF0000 && b == 0xFF) {
-        out = {87, 4, false};
+        format = 87;
         return true;
     }
     return false;
@@ -106,14 +93,11 @@ bool fromMasks(const unsigned char* h, PixelSize& out)
 
 // Bytes of one mip level. Block formats count whole 4x4 blocks, so sides that are not multiples
 // of 4 round up, as the data of such levels really is laid out.
-uint64_t levelSize(const PixelSize& ps, uint32_t width, uint32_t height, uint32_t level)
+uint64_t levelSize(uint8_t format, uint32_t width, uint32_t height, uint32_t level)
 {
     // Sides stop halving at 1; counts can run past 32 levels.
-    uint64_t w = level < 32 ? width >> level : 0, h = level < 32 ? height >> level : 0;
-    if (w == 0) w = 1;
-    if (h == 0) h = 1;
-    if (ps.blocks) return ((w + 3) / 4) * ((h + 3) / 4) * ps.bytes;
-    return w * h * ps.bytes;
+    const uint32_t w = level < 32 ? width >> level : 0, h = level < 32 ? height >> level : 0;
+    return dxgiLevelSize(format, std::max(w, 1u), std::max(h, 1u));
 }
 
 } // namespace
@@ -129,15 +113,18 @@ int layoutTexture(const char* bytes, uint64_t size, TextureLayout& layout)
     uint32_t mipCount = ba2::readLE32(h + 28);
     const uint32_t code = ba2::readLE32(h + 84);
 
-    PixelSize ps;
+    uint8_t format = 0;
     uint32_t dataStart = kHeaderSize;
     if (code == kDx10) {
         if (size < kDx10HeaderSize) return kDdsFileError;
         dataStart = kDx10HeaderSize;
-        if (!fromDxgi(h[128], ps)) return kUnsupported;
+        // Any format whose levels have a size from width and height alone.
+        const uint32_t dxgi = ba2::readLE32(h + 128);
+        if (dxgi > 255 || dxgiFormat(dxgi).layout == DxgiLayout::Unsized) return kUnsupported;
+        format = uint8_t(dxgi);
     } else if (code == 0) {
-        if (!fromMasks(h, ps)) return kUnsupported;
-    } else if (!fromFourCC(code, ps)) {
+        if (!fromMasks(h, format)) return kUnsupported;
+    } else if (!fromFourCC(code, format)) {
         return kUnsupported;
     }
 
@@ -161,7 +148,7 @@ int layoutTexture(const char* bytes, uint64_t size, TextureLayout& layout)
 
     uint64_t chain = 0;
     for (uint32_t m = 0; m < mipCount; ++m)
-        chain += levelSize(ps, width, height, m);
+        chain += levelSize(format, width, height, m);
     // Cube faces follow one another, each with its whole mip chain.
     if (cube) chain *= kCubeFaces;
     // Offsets and sizes are kept in 32 bits; the chain must also lie within the file.
@@ -171,7 +158,7 @@ int layoutTexture(const char* bytes, uint64_t size, TextureLayout& layout)
     layout.height = height;
     layout.width = width;
     layout.mipCount = mipCount;
-    layout.format = ps.format;
+    layout.format = format;
     layout.dataStart = dataStart;
     layout.dataSize = uint32_t(chain);
 
@@ -200,7 +187,7 @@ int layoutTexture(const char* bytes, uint64_t size, TextureLayout& layout)
             c.lastMip = uint16_t(mipCount - 1);
             break;
         }
-        const uint64_t mipBytes = levelSize(ps, width, height, k);
+        const uint64_t mipBytes = levelSize(format, width, height, k);
         c.unpackedSize = uint32_t(mipBytes);
         c.lastMip = uint16_t(k);
         start += mipBytes;
