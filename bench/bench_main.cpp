@@ -374,7 +374,8 @@ std::vector<MemoryBlock> blocksOf(const std::vector<corpus::File>& files, bool t
             continue;
         }
         TextureLayout layout;
-        if (layoutTexture(f.data.constData(), uint64_t(f.data.size()), layout) != 1) continue;
+        if (layoutTexture(f.data.constData(), uint64_t(f.data.size()), layout) != LayoutStatus::Ok)
+            continue;
         for (int k = 0; k < layout.chunkCount; ++k)
             blocks.push_back({f.data.constData() + layout.chunks[k].sourceOffset,
                               layout.chunks[k].unpackedSize});
@@ -467,7 +468,7 @@ void benchCreate(const QString& dir, int64_t corpusBytes)
                     if (writeArchive(sources, out, c.texture, c.version, c.zlibLevel, c.lz4Mode,
                                      none, j)
                             .status
-                        != 1)
+                        != SaveStatus::Complete)
                         std::fprintf(stderr, "create failed\n");
                 });
                 double& best = j == 1 ? one : all;
@@ -532,7 +533,7 @@ void benchGather(const QString& dir)
                     if (writeArchive(copy, dir + "/small.ba2", false, 1, 6, 0, none,
                                      j ? creationJobs(copy, defaultJobCount()) : 1)
                             .status
-                        != 1)
+                        != SaveStatus::Complete)
                         std::fprintf(stderr, "create failed\n");
                     QFile::remove(dir + "/small.ba2");
                 });

@@ -97,8 +97,9 @@ bool runOnce(const QString& base, int count, Times& times)
         state.sources = &sources;
         state.table = &defaultNameHashTable();
         NullProgress progress;
-        if (gatherPaths(state, {folder}, nullptr) != 1) return false;
-        if (writeArchive(sources, archive, false, 1, 0, 1, progress).status != 1) return false;
+        if (gatherPaths(state, {folder}, nullptr) != LoadStatus::Loaded) return false;
+        if (writeArchive(sources, archive, false, 1, 0, 1, progress).status != SaveStatus::Complete)
+            return false;
     }
 
     QuietDialogs dialogs;

@@ -87,7 +87,7 @@ QByteArray makeDds(const PixelFormat& pf, uint32_t width, uint32_t height, uint3
 int analyse(const QByteArray& file, TextureLayout& layout, quint64 claimedSize = 0)
 {
     const std::vector<char> exact(file.begin(), file.end());
-    return layoutTexture(exact.data(), claimedSize ? claimedSize : exact.size(), layout);
+    return int(layoutTexture(exact.data(), claimedSize ? claimedSize : exact.size(), layout));
 }
 
 FileRecord record(int format, int width, int height, int mips, int textureFlags = 0x0800)

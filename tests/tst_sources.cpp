@@ -285,7 +285,7 @@ void TestSources::gather()
     QVERIFY(QDir::setCurrent(tmp.path()));
     SourceList sources;
     GatherState state {&sources, &defaultNameHashTable(), QString(), 0};
-    const int status = gatherPaths(state, paths, nullptr);
+    const int status = int(gatherPaths(state, paths, nullptr));
     QDir::setCurrent(old);
     QCOMPARE(status, 1);
     QTEST(state.rootFolderName, "root");
@@ -308,13 +308,14 @@ void TestSources::gather()
         QVERIFY(!sources.containsSource(key));
     // A cancel ends the whole gathering, not just the path it came in.
     RecordingProgress cancelled(1);
-    QCOMPARE(gatherPaths(state, paths, &cancelled), 0);
+    QCOMPARE(int(gatherPaths(state, paths, &cancelled)), 0);
     QCOMPARE(cancelled.polls, 1);
     // A path that is no folder goes to the loader as one file.
     const PathLoader single = [](const QString&, LoadMode mode) {
-        return mode == SingleFile ? 7 : 8;
+        return mode == SingleFile ? LoadStatus::SourceError : LoadStatus::ArchiveError;
     };
-    QCOMPARE(scanSourceFolder(state, tmp.path() + "/no-folder", false, nullptr, single), 7);
+    QCOMPARE(int(scanSourceFolder(state, tmp.path() + "/no-folder", false, nullptr, single)),
+             int(LoadStatus::SourceError));
 }
 
 void TestSources::scanResults_data()
@@ -354,12 +355,12 @@ void TestSources::scanResults()
     RecordingProgress progress(c.cancelAtPoll);
     QStringList seen;
     const QtMessageHandler old = qInstallMessageHandler(collectDebug);
-    const int status = scanSourceFolder(state, dir, false, c.withProgress ? &progress : nullptr,
-                                        [&](const QString& p, LoadMode mode) {
-                                            seen << p.mid(dir.size() + 1)
-                                                    + (mode == FolderFile ? "" : " (mode)");
-                                            return seen.last() == c.failing ? c.failure : 1;
-                                        });
+    const int status = int(
+        scanSourceFolder(state, dir, false, c.withProgress ? &progress : nullptr,
+                         [&](const QString& p, LoadMode mode) {
+                             seen << p.mid(dir.size() + 1) + (mode == FolderFile ? "" : " (mode)");
+                             return LoadStatus(seen.last() == c.failing ? c.failure : 1);
+                         }));
     qInstallMessageHandler(old);
     QCOMPARE(status, c.status);
     QCOMPARE(seen, c.seen);

@@ -128,10 +128,11 @@ bool writeBoth(SourceList& sources, const QString& target, bool texture, int ver
 {
     SourceList again = sources;
     RecordingProgress one, three;
-    return writeArchive(sources, target, texture, version, zlib, lz4, one, 1, engine).status == 1
+    return writeArchive(sources, target, texture, version, zlib, lz4, one, 1, engine).status
+        == SaveStatus::Complete
         && writeArchive(again, target + ".par", texture, version, zlib, lz4, three, 3, engine)
                .status
-        == 1
+        == SaveStatus::Complete
         && testutil::readFile(target) == testutil::readFile(target + ".par")
         && one.values == three.values && !QFileInfo::exists(target + ".Zarneler");
 }
@@ -257,7 +258,7 @@ void TestWriter::byteLayout()
     QVERIFY(testutil::writeFile(target, QByteArray(1000000, 'o')));
     QVERIFY(testutil::writeFile(target + ".Zarneler", QByteArray(900000, 'l')));
     RecordingProgress progress;
-    QCOMPARE(writeArchive(sources, target, texture, 1, 0, 1, progress).status, 1);
+    QCOMPARE(int(writeArchive(sources, target, texture, 1, 0, 1, progress).status), 1);
     QCOMPARE(testutil::readFile(target), expected);
     QCOMPARE(QDir(dir).entryList(QDir::Files), QStringList {"out.ba2"});
 }
@@ -420,7 +421,7 @@ void TestWriter::matchesCreationKitArchives()
     SourceList textures = general;
     general.entries.erase(general.entries.begin());
     textures.entries.pop_back();
-    QCOMPARE(writeArchive(general, dir + "/main.ba2", false, 1, 0, 1, progress).status, 1);
+    QCOMPARE(int(writeArchive(general, dir + "/main.ba2", false, 1, 0, 1, progress).status), 1);
     QByteArray expected = kitMain;
     const int nameAt = int(getLE(kitMain, 16, 8)) + 2;
     expected.replace(nameAt, expected.size() - nameAt,
@@ -428,7 +429,7 @@ void TestWriter::matchesCreationKitArchives()
     QCOMPARE(testutil::readFile(dir + "/main.ba2"), expected);
 
     // Texture: the same record and chunk split; the chunks hold the kit's pixels.
-    QCOMPARE(writeArchive(textures, dir + "/textures.ba2", true, 1, 0, 1, progress).status, 1);
+    QCOMPARE(int(writeArchive(textures, dir + "/textures.ba2", true, 1, 0, 1, progress).status), 1);
     const QByteArray ours = testutil::readFile(dir + "/textures.ba2");
     QCOMPARE(ours.left(16) + ours.mid(24, 24), kitTextures.left(16) + kitTextures.mid(24, 24));
     QCOMPARE(int(kitTextures[24 + 13]), 2);
@@ -463,7 +464,7 @@ void TestWriter::rebuildsRealArchives()
     NullProgress quiet;
     QVERIFY(original.open(testutil::samplesDir() + "/" + sample, quiet));
     QVERIFY(QDir().mkpath(dir + "/x") && QDir().mkpath(dir + "/y"));
-    QCOMPARE(extractArchive(original, dir + "/x/", quiet).status, 1);
+    QCOMPARE(int(extractArchive(original, dir + "/x/", quiet).status), 1);
     SourceList sources = gatherIn(dir + "/x");
     QCOMPARE(size_t(sources.size()), size_t(original.fileCount));
     const CreationSettings s = assessSources(sources, true, CreationSettings()).settings;
@@ -471,11 +472,11 @@ void TestWriter::rebuildsRealArchives()
     const QString rebuiltPath = dir + "/re.ba2";
     const WriteResult r = writeArchive(sources, rebuiltPath, s.archiveFormat == 1, s.archiveVersion,
                                        s.zlibLevel, s.lz4Mode, progress);
-    QCOMPARE(r.status, 1);
+    QCOMPARE(int(r.status), 1);
     ArchiveReader rebuilt;
     QVERIFY(rebuilt.open(rebuiltPath, quiet));
     QCOMPARE(rebuilt.isTexture, original.isTexture);
-    QCOMPARE(extractArchive(rebuilt, dir + "/y/", quiet).status, 1);
+    QCOMPARE(int(extractArchive(rebuilt, dir + "/y/", quiet).status), 1);
     QCOMPARE(filesUnder(dir + "/y"), filesUnder(dir + "/x"));
     QCOMPARE(textureRecords(rebuilt), textureRecords(original));
 }
@@ -510,7 +511,7 @@ void TestWriter::progressAndCancel()
     for (int jobs : {1, 3}) {
         QFile::remove(target);
         RecordingProgress progress(cancelAtPoll);
-        QCOMPARE(writeArchive(sources, target, false, 2, 1, 1, progress, jobs).status, status);
+        QCOMPARE(int(writeArchive(sources, target, false, 2, 1, 1, progress, jobs).status), status);
         QCOMPARE(QList<int>({progress.minimum, progress.maximum}),
                  QList<int>({files ? 0 : -1, maximum}));
         QCOMPARE(progress.values, values);
@@ -579,7 +580,7 @@ void TestWriter::failures()
         QVERIFY(testutil::writeFile(b, makeDds(64, 64, 7, 2, false, nullptr, Shape::FiveFaces)));
     if (tag == "texture array")
         QVERIFY(testutil::writeFile(b, makeDds(64, 64, 7, 2, true, nullptr, Shape::Array)));
-    if (status == ArchiveStatus::TooLarge) {
+    if (status == int(SaveStatus::TooLarge)) {
         QFile big(b);
         QVERIFY(big.open(QIODevice::WriteOnly)
                 && big.resize(tag.startsWith("4 GiB") ? qint64(1) << 32 : 0x7E000001));
@@ -603,13 +604,14 @@ void TestWriter::failures()
             = writeArchive(sources, target, texture, version, zlib, lz4, progress, jobs);
         setrlimit(RLIMIT_FSIZE, &old);
         std::signal(SIGXFSZ, oldHandler);
-        QCOMPARE(r.status, status);
+        QCOMPARE(int(r.status), status);
         QCOMPARE(r.failedFile, dir + "/" + failing);
         QCOMPARE(filesUnder(dir + "/out"), before);
     }
     QFile::setPermissions(dir + "/out", QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    if (status == ArchiveStatus::TooLarge)
-        QCOMPARE(saveOutcomeText(status), QStringLiteral("Save Archive Error.\n File Too Large."));
+    if (status == int(SaveStatus::TooLarge))
+        QCOMPARE(outcomeText(SaveStatus(status)),
+                 QStringLiteral("Save Archive Error.\n File Too Large."));
 }
 
 void TestWriter::commandLine_data()

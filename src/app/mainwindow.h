@@ -72,10 +72,10 @@ public:
     // Load sequence of a drop, the command line and Select Folder (clearAfterFailure: not at
     // start-up).
     void runLoadSequence(const QStringList& paths, bool clearAfterFailure);
-    int loadSourcePath(const QString& path, int pathCount, QProgressDialog* progress);
+    LoadStatus loadSourcePath(const QString& path, int pathCount, QProgressDialog* progress);
     static bool hasSuffix(const QString& path, const QString& extension);
-    int loadPath(const QString& path, LoadMode mode);
-    int scanSourceFolder(const QString& path, bool recursing, QProgressDialog* progress);
+    LoadStatus loadPath(const QString& path, LoadMode mode);
+    LoadStatus scanSourceFolder(const QString& path, bool recursing, QProgressDialog* progress);
     void fillArchiveList();
     void fillSourceList();
     void runCreateAssistance();

@@ -289,6 +289,13 @@ QString ArchiveReader::errorText() const
     return QString();
 }
 
+QString ArchiveReader::errorAdvice() const
+{
+    if (lastError == OpenError::UnsupportedVer3)
+        return QStringLiteral("Please report to the author.");
+    return QString();
+}
+
 void splitPath(QString text, QString separator, QString& head, QString& tail)
 {
     const QStringList parts

@@ -12,9 +12,6 @@
 #include <memory>
 #include <vector>
 
-class QProgressBar;
-class QProgressDialog;
-
 // One chunk of a texture as loaded (the low byte of each mip index is kept).
 struct ChunkInfo
 {
@@ -79,19 +76,15 @@ public:
     // processes events once per record. Returns false on any failure; openError() and
     // errorText() then say why. Called once per reader.
     bool open(const QString& path, Progress& progress);
-    // The window's form: drives a status-bar progress bar and shows the two warning boxes
-    // (unsupported version-3 compression, too many chunks). Defined in the GUI library.
-    bool open(QString path, QProgressBar* progressBar);
 
     // Closes the file and frees records and names; always true.
     bool close();
 
-    // The window's Extract All: runs the extraction into targetFolder (ending with '/'),
-    // driving the dialog, then shows the outcome box. Defined in the GUI library.
-    int extractAll(QString targetFolder, QProgressDialog* progressDialog);
-
     OpenError openError() const { return lastError; }
-    QString errorText() const; // one line for the CLI; empty after success
+    // Why open() failed, in one line (empty after success); the window shows it as the text of
+    // its warning box, with errorAdvice() as the informative text.
+    QString errorText() const;
+    QString errorAdvice() const;
 
     // The chunks of texture record i (chunkCount of them).
     const ChunkInfo* chunks(const FileRecord& record) const

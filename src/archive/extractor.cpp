@@ -63,7 +63,7 @@ public:
     { }
 
     // On success data/size describe the decoded bytes until the next call.
-    int decode(const Piece& piece)
+    ArchiveStatus decode(const Piece& piece)
     {
         const uint64_t stored = piece.packedSize ? piece.packedSize : piece.unpackedSize;
         if (piece.dataOffset > fileSize || stored > fileSize - piece.dataOffset)
@@ -72,18 +72,18 @@ public:
         data = nullptr;
         if (piece.packedSize == 0) {
             if (size == 0) return ArchiveStatus::Complete;
-            data = fetch(piece.dataOffset, size);
-            return data ? int(ArchiveStatus::Complete) : int(ArchiveStatus::FileReadError);
+            return fetch(piece.dataOffset, size, data);
         }
-        if (generalV3) return ArchiveStatus::DdsOrVer3General;
+        if (generalV3) return ArchiveStatus::Ver3General;
         const uint64_t limit
             = lz4 ? lz4ExpansionLimit(piece.packedSize) : zlibExpansionLimit(piece.packedSize);
-        const int failure = lz4 ? ArchiveStatus::Lz4Error : ArchiveStatus::ZlibError;
+        const ArchiveStatus failure = lz4 ? ArchiveStatus::Lz4Error : ArchiveStatus::ZlibError;
         if (piece.unpackedSize > limit) return failure;
         if (!reserve(unpackedBuffer, std::max<uint32_t>(size, 1)))
-            return ArchiveStatus::FileReadError;
-        const char* packed = fetch(piece.dataOffset, piece.packedSize);
-        if (!packed) return ArchiveStatus::FileReadError;
+            return ArchiveStatus::OutOfMemory;
+        const char* packed = nullptr;
+        const ArchiveStatus fetched = fetch(piece.dataOffset, piece.packedSize, packed);
+        if (fetched != ArchiveStatus::Complete) return fetched;
         const bool ok = lz4 ? decompressLz4(packed, piece.packedSize, unpackedBuffer.data(),
                                             uint32_t(unpackedBuffer.size()), size)
                             : decompressZlib(packed, piece.packedSize, unpackedBuffer.data(), size);
@@ -118,12 +118,17 @@ private:
     }
 
     // The bytes at offset, straight from the mapping when there is one (no copy).
-    const char* fetch(uint64_t offset, uint32_t length)
+    ArchiveStatus fetch(uint64_t offset, uint32_t length, const char*& bytes)
     {
-        if (mapped) return mapped + offset;
-        if (!reserve(packedBuffer, length) || !readAt(offset, packedBuffer.data(), length))
-            return nullptr;
-        return packedBuffer.data();
+        bytes = nullptr;
+        if (mapped) {
+            bytes = mapped + offset;
+            return ArchiveStatus::Complete;
+        }
+        if (!reserve(packedBuffer, length)) return ArchiveStatus::OutOfMemory;
+        if (!readAt(offset, packedBuffer.data(), length)) return ArchiveStatus::FileReadError;
+        bytes = packedBuffer.data();
+        return ArchiveStatus::Complete;
     }
 
     bool readAt(uint64_t offset, char* out, uint32_t length)
@@ -131,6 +136,7 @@ private:
         uint32_t done = 0;
         while (done < length) {
             const ssize_t got = ::pread(fd, out + done, length - done, off_t(offset + done));
+            if (got < 0 && errno == EINTR) continue;
             if (got <= 0) return false;
             done += uint32_t(got);
         }
@@ -265,9 +271,6 @@ bool worthThreads(const std::vector<Piece>& pieces)
 class PieceWorkers
 {
 public:
-    static constexpr int kPending = 100; // not yet done
-    static constexpr int kSkipped = 101; // not written: its file was given up
-
     PieceWorkers(const ArchiveReader& reader, const std::vector<uint32_t>& order,
                  const std::vector<Piece>& pieces, std::vector<uint32_t> owner,
                  ArchiveMapping& mapping, int jobs, bool writing,
@@ -279,7 +282,8 @@ public:
         , mapping(mapping)
         , writing(writing)
         , digests(digests)
-        , status(pieces.size(), kPending)
+        , state(pieces.size(), PieceState::Pending)
+        , status(pieces.size(), ArchiveStatus::Complete)
     {
         const bool generalV3 = reader.version == 3 && !reader.isTexture;
         if (digests) {
@@ -341,10 +345,10 @@ public:
     }
 
     // The status of piece k once it is done.
-    int wait(size_t k)
+    ArchiveStatus wait(size_t k)
     {
         std::unique_lock<std::mutex> lock(mutex);
-        done.wait(lock, [&] { return status[k] != kPending; });
+        done.wait(lock, [&] { return state[k] != PieceState::Pending; });
         return status[k];
     }
 
@@ -386,7 +390,7 @@ public:
         return firstFailed;
     }
 
-    int statusOf(size_t k) const { return status[k]; }
+    ArchiveStatus statusOf(size_t k) const { return status[k]; }
 
     // Where a file has to be cut after piece k failed: its header and everything before the
     // failure, as one-thread writing would have left it.
@@ -396,6 +400,12 @@ public:
     }
 
 private:
+    enum class PieceState : uint8_t {
+        Pending, // not yet done
+        Done,    // decoded, and written when writing; its status says how that went
+        Skipped, // not written: its file was given up
+    };
+
     struct FileSlot
     {
         enum State : uint8_t { Closed, Open };
@@ -408,7 +418,7 @@ private:
 
     size_t finishedPrefix()
     {
-        while (prefix < status.size() && status[prefix] != kPending)
+        while (prefix < state.size() && state[prefix] != PieceState::Pending)
             ++prefix;
         return prefix;
     }
@@ -428,15 +438,16 @@ private:
             if (stopping || next >= pieces.size()) return;
             const size_t k = next++;
             lock.unlock();
-            int result = decoder.decode(pieces[k]);
+            ArchiveStatus result = decoder.decode(pieces[k]);
             lock.lock();
+            PieceState outcome = PieceState::Done;
             if (digests) {
                 digest(k, decoder, result, lock);
             } else if (writing) {
                 opened.wait(lock, [&] { return settled(k); });
                 const FileSlot& f = files[fileOf[k]];
                 if (f.state != FileSlot::Open || fileOf[k] > failedFile) {
-                    result = kSkipped;
+                    outcome = PieceState::Skipped;
                 } else if (result == ArchiveStatus::Complete && decoder.size != 0) {
                     const int fd = f.fd;
                     const uint64_t at = f.base + pieceOffset[k];
@@ -447,8 +458,10 @@ private:
                     if (count != decoder.size) result = ArchiveStatus::FileWriteError;
                 }
             }
+            state[k] = outcome;
             status[k] = result;
-            if (result != ArchiveStatus::Complete && result != kSkipped && k < firstFailed) {
+            if (outcome == PieceState::Done && result != ArchiveStatus::Complete
+                && k < firstFailed) {
                 firstFailed = k;
                 failedFile = fileOf[k];
             }
@@ -460,7 +473,7 @@ private:
     // Adds piece k to its file's digest once the piece before it in the same file went in (a
     // texture's digest begins with its DDS header). A failed piece takes its turn too, so the
     // pieces after it never wait for ever. Called and returns with the lock held.
-    void digest(size_t k, const PieceDecoder& decoder, int result,
+    void digest(size_t k, const PieceDecoder& decoder, ArchiveStatus result,
                 std::unique_lock<std::mutex>& lock)
     {
         const uint32_t file = fileOf[k];
@@ -513,7 +526,8 @@ private:
     std::condition_variable wake;   // workers: stop
     std::condition_variable opened; // workers: a file opened
     std::condition_variable done;   // caller: a piece is done
-    std::vector<int> status;
+    std::vector<PieceState> state;
+    std::vector<ArchiveStatus> status;
     size_t next = 0;
     size_t prefix = 0;
     size_t firstFailed = SIZE_MAX;
@@ -606,9 +620,9 @@ std::optional<ExtractResult> extractWithWorkers(ArchiveReader& reader, const QSt
     std::vector<std::pair<uint32_t, QString>> madeFolders;
     const size_t maxOpen = size_t(jobs) * 4;
     uint32_t stopFile = UINT32_MAX;
-    int stopStatus = ArchiveStatus::Complete;
+    ArchiveStatus stopStatus = ArchiveStatus::Complete;
     uint32_t published = 0;
-    auto stopAt = [&](uint32_t file, int status) {
+    auto stopAt = [&](uint32_t file, ArchiveStatus status) {
         stopFile = file;
         stopStatus = status;
     };
@@ -785,7 +799,7 @@ ExtractResult extractArchive(ArchiveReader& reader, const QString& targetFolder,
             }
         }
         for (uint32_t c = 0; c < pieceCount; ++c, ++piece) {
-            int status = decoder.decode(pieces[piece]);
+            ArchiveStatus status = decoder.decode(pieces[piece]);
             if (status == ArchiveStatus::Complete && decoder.size != 0
                 && out.write(decoder.data, decoder.size) != qint64(decoder.size))
                 status = ArchiveStatus::FileWriteError;
@@ -826,14 +840,14 @@ bool verifyArchive(ArchiveReader& reader, QString& fault, int jobs,
             fault = QStringLiteral("%1: %2").arg(reader.nameOf(i), what);
             return false;
         };
-        if (!nameIsSafe(record)) return report(extractStatusDetail(ArchiveStatus::UnsafeName));
+        if (!nameIsSafe(record)) return report(statusDetail(ArchiveStatus::UnsafeName));
         if (reader.isTexture && buildDdsHeader(ddsHeader, record) == 0)
             return report(QStringLiteral("unsupported texture format %1").arg(record.format));
         const uint32_t pieceCount = reader.isTexture ? record.chunkCount : 1;
         std::unique_ptr<QCryptographicHash> hash;
         if (digests && (!workers || pieceCount == 0)) hash = startDigest(reader, i);
         for (uint32_t c = 0; c < pieceCount; ++c, ++piece) {
-            int status;
+            ArchiveStatus status;
             if (workers) {
                 status = workers->wait(piece);
             } else {
@@ -843,7 +857,7 @@ bool verifyArchive(ArchiveReader& reader, QString& fault, int jobs,
                 mapping.forget(pieces[piece]);
             }
             if (status == ArchiveStatus::Complete) continue;
-            const QString detail = extractStatusDetail(status);
+            const QString detail = statusDetail(status);
             return report(reader.isTexture ? QStringLiteral("chunk %1: %2").arg(c).arg(detail)
                                            : detail);
         }

@@ -2,12 +2,13 @@
 // Extracting every file of an opened archive, and verifying one in memory.
 
 #include "archive/archivereader.h"
+#include "archive/status.h"
 
 #include <vector>
 
 struct ExtractResult
 {
-    int status = 0;     // ArchiveStatus
+    ArchiveStatus status = ArchiveStatus::Aborted;
     QString failedName; // the stored name where a failure happened
 };
 

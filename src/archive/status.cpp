@@ -1,6 +1,24 @@
 #include "archive/status.h"
 
-QString extractStatusDetail(int status)
+namespace {
+
+const QString kUnsupportedFormatLine = QStringLiteral("Unsupported texture format.");
+
+QString outcome(int status, const QString& errorLine)
+{
+    if (status == 1) return QStringLiteral("Complete.");
+    if (status == 0) return QStringLiteral("Aborted.");
+    return errorLine;
+}
+
+} // namespace
+
+SaveStatus toSaveStatus(LayoutStatus status)
+{
+    return status == LayoutStatus::Ok ? SaveStatus::Complete : SaveStatus(int(status));
+}
+
+QString statusDetail(ArchiveStatus status)
 {
     switch (status) {
     case ArchiveStatus::SystemError: return QStringLiteral("System Error.");
@@ -10,38 +28,91 @@ QString extractStatusDetail(int status)
     case ArchiveStatus::Lz4Error: return QStringLiteral("Decompress(LZ4) Error.");
     case ArchiveStatus::ZlibError: return QStringLiteral("Decompress(zlib) Error.");
     case ArchiveStatus::UnsafeName: return QStringLiteral("Unsafe File Name.");
-    case ArchiveStatus::DdsOrVer3General: return QStringLiteral("Ver.3 General.");
-    default: return QString();
+    case ArchiveStatus::Ver3General: return QStringLiteral("Ver.3 General.");
+    case ArchiveStatus::OutOfMemory: return QStringLiteral("Out Of Memory.");
+    case ArchiveStatus::Complete:
+    case ArchiveStatus::Aborted:
+    case ArchiveStatus::UnsupportedFormat: break;
     }
+    return QString();
 }
 
-QString saveStatusDetail(int status)
+QString statusDetail(SaveStatus status)
 {
     switch (status) {
-    case ArchiveStatus::FileOpenError: return QStringLiteral("File Open Error.");
-    case ArchiveStatus::FileWriteError: return QStringLiteral("File Write Error.");
-    case ArchiveStatus::FileReadError: return QStringLiteral("File Read Error.");
-    case ArchiveStatus::Lz4Error: return QStringLiteral("Compress(LZ4) Error.");
-    case ArchiveStatus::ZlibError: return QStringLiteral("Compress(zlib) Error.");
-    case ArchiveStatus::TooLarge: return QStringLiteral("File Too Large.");
-    case ArchiveStatus::DdsOrVer3General: return QStringLiteral("DDS File Error.");
-    default: return QString();
+    case SaveStatus::FileOpenError: return QStringLiteral("File Open Error.");
+    case SaveStatus::FileWriteError: return QStringLiteral("File Write Error.");
+    case SaveStatus::FileReadError: return QStringLiteral("File Read Error.");
+    case SaveStatus::Lz4Error: return QStringLiteral("Compress(LZ4) Error.");
+    case SaveStatus::ZlibError: return QStringLiteral("Compress(zlib) Error.");
+    case SaveStatus::TooLarge: return QStringLiteral("File Too Large.");
+    case SaveStatus::DdsFileError: return QStringLiteral("DDS File Error.");
+    case SaveStatus::OutOfMemory: return QStringLiteral("Out Of Memory.");
+    case SaveStatus::Complete:
+    case SaveStatus::Aborted:
+    case SaveStatus::NoSources:
+    case SaveStatus::UnsupportedFormat: break;
     }
+    return QString();
 }
 
-static QString outcome(int status, const QString& errorFormat, const QString& detail)
+QString outcomeTitle(ArchiveStatus)
 {
-    if (status == ArchiveStatus::Complete) return QStringLiteral("Complete.");
-    if (status == ArchiveStatus::Aborted) return QStringLiteral("Aborted.");
-    return errorFormat.arg(detail);
+    return QStringLiteral("Extract All");
 }
 
-QString extractOutcomeText(int status)
+QString outcomeTitle(SaveStatus)
 {
-    return outcome(status, QStringLiteral("Extract All Error.\n %1"), extractStatusDetail(status));
+    return QStringLiteral("Save Archive");
 }
 
-QString saveOutcomeText(int status)
+QString outcomeText(ArchiveStatus status)
 {
-    return outcome(status, QStringLiteral("Save Archive Error.\n %1"), saveStatusDetail(status));
+    return outcome(int(status),
+                   QStringLiteral("Extract All Error.\n %1").arg(statusDetail(status)));
+}
+
+QString outcomeText(SaveStatus status)
+{
+    return outcome(int(status), saveErrorText(statusDetail(status)));
+}
+
+QString saveErrorText(const QString& detail)
+{
+    return QStringLiteral("Save Archive Error.\n %1").arg(detail);
+}
+
+QString failureLine(ArchiveStatus status)
+{
+    if (status == ArchiveStatus::UnsupportedFormat) return kUnsupportedFormatLine;
+    return statusDetail(status);
+}
+
+QString failureLine(SaveStatus status)
+{
+    if (status == SaveStatus::UnsupportedFormat) return kUnsupportedFormatLine;
+    const QString detail = statusDetail(status);
+    return detail.isEmpty() ? QStringLiteral("Save Archive Error.") : detail;
+}
+
+QString extractStatusBarText(ArchiveStatus status)
+{
+    return status == ArchiveStatus::Complete ? QStringLiteral(" Extract All Complete!")
+                                             : QStringLiteral(" Extract All Error!");
+}
+
+QString outcomeTitle(LoadStatus)
+{
+    return QStringLiteral("Read Files.");
+}
+
+QString outcomeText(LoadStatus status)
+{
+    switch (status) {
+    case LoadStatus::Loaded: break;
+    case LoadStatus::Canceled: return QStringLiteral("Aborted.");
+    case LoadStatus::ArchiveError: return QStringLiteral("BA2 File Error");
+    case LoadStatus::SourceError: return QStringLiteral("File Error");
+    }
+    return QString();
 }

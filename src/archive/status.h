@@ -1,30 +1,94 @@
 #pragma once
-// Results of the extractor and the writer, with the words each failure is shown with.
+// The results of the engines, and every word the user is shown for them. Extraction and creation
+// have types of their own: the same number means different things in the two (-9 is a compressed
+// file in a version-3 general archive when extracting, a texture source that is not a DDS file
+// when creating), and the window compares and shows the numbers, so they must not drift.
 
 #include <QString>
 
-namespace ArchiveStatus {
-enum : int {
+// What extracting (or verifying) an archive came to.
+enum class ArchiveStatus : int {
     Complete = 1,
     Aborted = 0,
-    SystemError = -1, // extractor: target folder missing; writer: empty source list (silent)
+    SystemError = -1, // the target folder does not exist
     FileOpenError = -2,
     FileWriteError = -3,
     FileReadError = -4, // a read came up short, or data lies outside the archive file
     Lz4Error = -5,
     ZlibError = -6,
-    UnsafeName = -7,         // extractor: a stored name would leave the target folder
-    TooLarge = -8,           // writer: a source file beyond what the format or a codec can hold
-    DdsOrVer3General = -9,   // extractor: compressed file in a version-3 general archive;
-                             // writer: a texture source that is not a DDS file
+    UnsafeName = -7,         // a stored name would leave the target folder
+    Ver3General = -9,        // a compressed file in a version-3 general archive
     UnsupportedFormat = -10, // texture pixel format not supported (no words of its own)
+    OutOfMemory = -11,
 };
+
+// What writing an archive came to.
+enum class SaveStatus : int {
+    Complete = 1,
+    Aborted = 0,
+    NoSources = -1, // nothing to write; reported by no box at all
+    FileOpenError = -2,
+    FileWriteError = -3,
+    FileReadError = -4, // a short read, or a source that changed during the run
+    Lz4Error = -5,
+    ZlibError = -6,
+    TooLarge = -8,           // a source beyond what the format or a codec can hold
+    DdsFileError = -9,       // a texture source that is not a DDS file (or a broken one)
+    UnsupportedFormat = -10, // texture pixel format not supported (no words of its own)
+    OutOfMemory = -11,
+};
+
+// What analysing one DDS file came to; its failures end a creation with the same numbers.
+enum class LayoutStatus : int {
+    Ok = 1,
+    DdsFileError = -9,
+    UnsupportedFormat = -10,
+};
+SaveStatus toSaveStatus(LayoutStatus status);
+
+// What loading one path into the window (or gathering paths for the CLI) came to.
+enum class LoadStatus : int {
+    Loaded = 1,
+    Canceled = 0,
+    ArchiveError = -1, // the archive could not be opened or read
+    SourceError = -2,  // no source entry can be built from a path
+};
+
+inline bool isFailure(ArchiveStatus status)
+{
+    return int(status) < 0;
+}
+inline bool isFailure(SaveStatus status)
+{
+    return int(status) < 0;
+}
+inline bool isFailure(LoadStatus status)
+{
+    return int(status) < 0;
 }
 
-// Detail line of an extraction status, as shown after "Extract All Error.\n ".
-QString extractStatusDetail(int status);
-// Detail line of a creation status, as shown after "Save Archive Error.\n ".
-QString saveStatusDetail(int status);
-// Full informative text of the outcome boxes: "Complete.", "Aborted." or the error line.
-QString extractOutcomeText(int status);
-QString saveOutcomeText(int status);
+// The detail line of a failure, as shown after "Extract All Error.\n " or "Save Archive
+// Error.\n " (empty for an unsupported texture format, and for statuses that are no failure).
+QString statusDetail(ArchiveStatus status);
+QString statusDetail(SaveStatus status);
+
+// The outcome box of each engine: its text (the same for every status) and its informative
+// text, "Complete.", "Aborted." or the error line with the detail.
+QString outcomeTitle(ArchiveStatus status);
+QString outcomeTitle(SaveStatus status);
+QString outcomeText(ArchiveStatus status);
+QString outcomeText(SaveStatus status);
+// The creation box's error line for a failure that has no status of its own.
+QString saveErrorText(const QString& detail);
+
+// The line a script is given for a failure: the detail, with words where the window has none.
+QString failureLine(ArchiveStatus status);
+QString failureLine(SaveStatus status);
+
+// The status-bar line the window shows after Extract All.
+QString extractStatusBarText(ArchiveStatus status);
+
+// The box of a failed or cancelled load: "Read Files." with "Aborted.", "BA2 File Error" or
+// "File Error".
+QString outcomeTitle(LoadStatus status);
+QString outcomeText(LoadStatus status);

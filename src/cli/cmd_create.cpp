@@ -154,10 +154,11 @@ int runCreate(const QStringList& args, int jobs)
     GatherState state;
     state.sources = &sources;
     state.table = &defaultNameHashTable();
-    if (gatherPaths(state, paths, nullptr) != 1) {
+    const LoadStatus gathered = gatherPaths(state, paths, nullptr);
+    if (gathered != LoadStatus::Loaded) {
         printErr("zarnel-cli create",
                  QStringLiteral("a gathered path cannot be stored in an archive"));
-        printOut(QStringLiteral("File Error"));
+        printOut(outcomeText(gathered));
         return 1;
     }
     if (sources.isEmpty()) {
@@ -187,16 +188,11 @@ int runCreate(const QStringList& args, int jobs)
                        progress, creationJobs(sources, jobs), engine);
     progress.finish();
 
-    if (r.status >= 0) {
-        printOut(saveOutcomeText(r.status));
-        return r.status == ArchiveStatus::Complete ? 0 : 1;
+    if (!isFailure(r.status)) {
+        printOut(outcomeText(r.status));
+        return r.status == SaveStatus::Complete ? 0 : 1;
     }
-    // The window leaves the detail of an unsupported texture format empty; a script needs words.
-    QString detail = saveStatusDetail(r.status);
-    if (r.status == ArchiveStatus::UnsupportedFormat)
-        detail = QStringLiteral("Unsupported texture format.");
-    if (detail.isEmpty()) detail = QStringLiteral("Save Archive Error.");
-    printOut(detail);
+    printOut(failureLine(r.status));
     if (!r.failedFile.isEmpty())
         printErr("zarnel-cli create", QStringLiteral("failed at: %1").arg(r.failedFile));
     return 1;

@@ -44,13 +44,6 @@ bool openArchive(ArchiveReader& reader, const QString& path, Progress& progress)
     return false;
 }
 
-QString extractFailureText(const ExtractResult& result)
-{
-    if (result.status == ArchiveStatus::UnsupportedFormat)
-        return QStringLiteral("Unsupported texture format.");
-    return extractStatusDetail(result.status);
-}
-
 int commandHelp(const QString& command)
 {
     static const QHash<QString, const char*> help = {
@@ -147,9 +140,9 @@ int main(int argc, char** argv)
         const ExtractResult result = extractArchive(reader, args[1], extracting, jobs);
         extracting.finish();
         if (result.status == ArchiveStatus::Complete || result.status == ArchiveStatus::Aborted) {
-            printOut(extractOutcomeText(result.status));
+            printOut(outcomeText(result.status));
         } else {
-            printOut(extractFailureText(result));
+            printOut(failureLine(result.status));
             if (!result.failedName.isEmpty())
                 printErr("zarnel-cli", QStringLiteral("failed at: %1").arg(result.failedName));
             if (result.status == ArchiveStatus::SystemError)

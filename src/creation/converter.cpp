@@ -83,7 +83,7 @@ bool writeAt(int fd, const char* bytes, uint64_t length, uint64_t offset)
 
 // Copies length bytes between two files at the given offsets, in the kernel where it can.
 // Returns Complete, FileReadError (the input ended early) or FileWriteError.
-int copyRange(int in, uint64_t from, int out, uint64_t to, uint64_t length, Buffer& scratch)
+SaveStatus copyRange(int in, uint64_t from, int out, uint64_t to, uint64_t length, Buffer& scratch)
 {
     bool kernel = true;
     while (length > 0) {
@@ -95,22 +95,22 @@ int copyRange(int in, uint64_t from, int out, uint64_t to, uint64_t length, Buff
                 from += uint64_t(n), to += uint64_t(n), length -= uint64_t(n);
                 continue;
             }
-            if (n == 0) return ArchiveStatus::FileReadError;
+            if (n == 0) return SaveStatus::FileReadError;
             if (errno == EINTR) continue;
             // Not offered between these files: the same through memory. Anything else is the
             // output's failure (no space, a size limit) or a read error found again below.
             if (errno != EXDEV && errno != ENOSYS && errno != EOPNOTSUPP && errno != EINVAL
                 && errno != EIO)
-                return ArchiveStatus::FileWriteError;
+                return SaveStatus::FileWriteError;
             kernel = false;
         }
         const uint64_t piece = std::min<uint64_t>(step, 8u << 20);
-        if (!scratch.reserve(piece)) return ArchiveStatus::TooLarge;
-        if (!readAt(in, scratch.data(), piece, from)) return ArchiveStatus::FileReadError;
-        if (!writeAt(out, scratch.data(), piece, to)) return ArchiveStatus::FileWriteError;
+        if (!scratch.reserve(piece)) return SaveStatus::OutOfMemory;
+        if (!readAt(in, scratch.data(), piece, from)) return SaveStatus::FileReadError;
+        if (!writeAt(out, scratch.data(), piece, to)) return SaveStatus::FileWriteError;
         from += piece, to += piece, length -= piece;
     }
-    return ArchiveStatus::Complete;
+    return SaveStatus::Complete;
 }
 
 // One stored block of the input, where it goes, and whether its bytes change.
@@ -136,7 +136,7 @@ struct Transcoding
 // A transcoded block: the bytes to store (pointing into a buffer of the slot or of the input).
 struct Recoded
 {
-    int status = ArchiveStatus::Complete;
+    SaveStatus status = SaveStatus::Complete;
     bool reading = false;
     const char* bytes = nullptr;
     uint32_t length = 0;
@@ -154,19 +154,19 @@ public:
     Recoded run(const Block& b, ZlibCompressor& zlib)
     {
         Recoded r;
-        const auto fail = [&r](int status, bool reading) {
+        const auto fail = [&r](SaveStatus status, bool reading) {
             r.status = status;
             r.reading = reading;
             return r;
         };
-        if (!in.reserve(b.stored())) return fail(ArchiveStatus::TooLarge, false);
+        if (!in.reserve(b.stored())) return fail(SaveStatus::OutOfMemory, false);
         if (!readAt(fd, in.data(), b.stored(), b.offset))
-            return fail(ArchiveStatus::FileReadError, true);
+            return fail(SaveStatus::FileReadError, true);
         const char* data = in.data();
         if (b.packedSize) {
-            const int bad = t.lz4In ? ArchiveStatus::Lz4Error : ArchiveStatus::ZlibError;
+            const SaveStatus bad = t.lz4In ? SaveStatus::Lz4Error : SaveStatus::ZlibError;
             if (!plausibleExpansion(t.lz4In, b.packedSize, b.unpackedSize)) return fail(bad, true);
-            if (!raw.reserve(b.unpackedSize)) return fail(ArchiveStatus::TooLarge, false);
+            if (!raw.reserve(b.unpackedSize)) return fail(SaveStatus::OutOfMemory, false);
             const bool ok = t.lz4In
                 ? decompressLz4(in.data(), b.packedSize, raw.data(), b.unpackedSize, b.unpackedSize)
                 : decompressZlib(in.data(), b.packedSize, raw.data(), b.unpackedSize);
@@ -176,13 +176,12 @@ public:
         r.bytes = data;
         r.length = b.unpackedSize;
         if (t.codec == BlockCodec::Store) return r;
-        if (b.unpackedSize > blockInputLimit(t.codec)) return fail(ArchiveStatus::TooLarge, false);
+        if (b.unpackedSize > blockInputLimit(t.codec)) return fail(SaveStatus::TooLarge, false);
         const uint64_t room = blockPackRoom(t.codec, b.unpackedSize);
-        if (!out.reserve(room)) return fail(ArchiveStatus::TooLarge, false);
+        if (!out.reserve(room)) return fail(SaveStatus::OutOfMemory, false);
         const int64_t n = encodeBlock(t.codec, zlib, data, b.unpackedSize, out.data(), room);
         if (n < 0)
-            return fail(t.codec == BlockCodec::Zlib ? ArchiveStatus::ZlibError
-                                                    : ArchiveStatus::Lz4Error,
+            return fail(t.codec == BlockCodec::Zlib ? SaveStatus::ZlibError : SaveStatus::Lz4Error,
                         false);
         if (n > 0) {
             r.bytes = out.data();
@@ -345,7 +344,7 @@ ConvertResult convertArchive(const ArchiveReader& reader, const QString& targetP
                              const ConvertSettings& settings, Progress& progress)
 {
     ConvertResult result;
-    const auto fail = [&result](int status, bool reading, const QString& name) {
+    const auto fail = [&result](SaveStatus status, bool reading, const QString& name) {
         result.status = status;
         result.reading = reading;
         result.failedName = name;
@@ -397,7 +396,7 @@ ConvertResult convertArchive(const ArchiveReader& reader, const QString& targetP
             inside = add(r.dataOffset, r.packedSize, r.unpackedSize, recordBytes + 16);
             recordBytes += ba2::kGeneralRecordSize;
         }
-        if (!inside) return fail(ArchiveStatus::FileReadError, true, reader.nameOf(i));
+        if (!inside) return fail(SaveStatus::FileReadError, true, reader.nameOf(i));
     }
     // The reader stops names at the end of the file; their table is taken as stored.
     uint64_t nameBytes = 0;
@@ -405,10 +404,10 @@ ConvertResult convertArchive(const ArchiveReader& reader, const QString& targetP
         nameBytes += 2u + reader.record(i).nameEntryLength;
     if (inHeader + recordBytes > inSize || reader.nameTableOffset > inSize
         || nameBytes > inSize - reader.nameTableOffset)
-        return fail(ArchiveStatus::FileReadError, true, reader.file.fileName());
+        return fail(SaveStatus::FileReadError, true, reader.file.fileName());
 
     TempOutput out(targetPath);
-    if (!out.open()) return fail(ArchiveStatus::FileOpenError, false, out.name());
+    if (!out.open()) return fail(SaveStatus::FileOpenError, false, out.name());
     Buffer scratch;
 
     unsigned char header[36] = {};
@@ -424,24 +423,24 @@ ConvertResult convertArchive(const ArchiveReader& reader, const QString& targetP
         // Nothing but the version changes: the archive is copied as it stands.
         for (uint64_t done = 0; done < inSize;) {
             progress.setValue(int(uint64_t(count) * done / inSize));
-            if (progress.wasCanceled()) return fail(ArchiveStatus::Aborted, false, QString());
+            if (progress.wasCanceled()) return fail(SaveStatus::Aborted, false, QString());
             const uint64_t step = std::min<uint64_t>(inSize - done, kCopyStep);
-            const int status = copyRange(in, done, out.fd, done, step, scratch);
-            if (status != ArchiveStatus::Complete)
-                return fail(status, status == ArchiveStatus::FileReadError,
-                            status == ArchiveStatus::FileReadError ? reader.file.fileName()
-                                                                   : out.name());
+            const SaveStatus status = copyRange(in, done, out.fd, done, step, scratch);
+            if (status != SaveStatus::Complete)
+                return fail(status, status == SaveStatus::FileReadError,
+                            status == SaveStatus::FileReadError ? reader.file.fileName()
+                                                                : out.name());
             done += step;
         }
         ba2::writeLE32(header, version);
         if (!writeAt(out.fd, reinterpret_cast<const char*>(header), 4, 4))
-            return fail(ArchiveStatus::FileWriteError, false, out.name());
+            return fail(SaveStatus::FileWriteError, false, out.name());
     } else {
         QByteArray records(int(std::min<uint64_t>(recordBytes, INT32_MAX)), '\0');
         if (uint64_t(records.size()) != recordBytes || recordBytes > (1u << 30))
-            return fail(ArchiveStatus::TooLarge, false, targetPath);
+            return fail(SaveStatus::TooLarge, false, targetPath);
         if (!readAt(in, records.data(), recordBytes, inHeader))
-            return fail(ArchiveStatus::FileReadError, true, reader.file.fileName());
+            return fail(SaveStatus::FileReadError, true, reader.file.fileName());
         auto* patch = reinterpret_cast<unsigned char*>(records.data());
 
         RecodedBlocks recoded(in, blocks, work, t, settings.jobs);
@@ -453,24 +452,24 @@ ConvertResult convertArchive(const ArchiveReader& reader, const QString& targetP
                 shownFile = b.file;
                 progress.setValue(int(b.file));
             }
-            if (progress.wasCanceled()) return fail(ArchiveStatus::Aborted, false, QString());
+            if (progress.wasCanceled()) return fail(SaveStatus::Aborted, false, QString());
             uint32_t packed = b.packedSize;
             uint64_t length = b.stored();
             if (b.transcode) {
                 const Recoded& r = recoded.get(nextWork);
-                if (r.status != ArchiveStatus::Complete)
+                if (r.status != SaveStatus::Complete)
                     return fail(r.status, r.reading, reader.nameOf(b.file));
                 if (!writeAt(out.fd, r.bytes, r.length, cursor))
-                    return fail(ArchiveStatus::FileWriteError, false, out.name());
+                    return fail(SaveStatus::FileWriteError, false, out.name());
                 packed = r.packedSize;
                 length = r.length;
                 recoded.release(nextWork++);
             } else {
-                const int status = copyRange(in, b.offset, out.fd, cursor, length, scratch);
-                if (status != ArchiveStatus::Complete)
-                    return fail(status, status == ArchiveStatus::FileReadError,
-                                status == ArchiveStatus::FileReadError ? reader.nameOf(b.file)
-                                                                       : out.name());
+                const SaveStatus status = copyRange(in, b.offset, out.fd, cursor, length, scratch);
+                if (status != SaveStatus::Complete)
+                    return fail(status, status == SaveStatus::FileReadError,
+                                status == SaveStatus::FileReadError ? reader.nameOf(b.file)
+                                                                    : out.name());
             }
             ba2::writeLE64(patch + b.patchAt, cursor);
             ba2::writeLE32(patch + b.patchAt + 8, packed);
@@ -478,17 +477,17 @@ ConvertResult convertArchive(const ArchiveReader& reader, const QString& targetP
         }
         progress.setValue(int(std::min<uint32_t>(count, INT32_MAX)));
         if (!writeAt(out.fd, records.constData(), recordBytes, outHeader))
-            return fail(ArchiveStatus::FileWriteError, false, out.name());
-        const int status
+            return fail(SaveStatus::FileWriteError, false, out.name());
+        const SaveStatus status
             = copyRange(in, reader.nameTableOffset, out.fd, cursor, nameBytes, scratch);
-        if (status != ArchiveStatus::Complete)
-            return fail(status, status == ArchiveStatus::FileReadError, out.name());
+        if (status != SaveStatus::Complete)
+            return fail(status, status == SaveStatus::FileReadError, out.name());
         h.nameTableOffset = cursor;
         ba2::encodeHeader(h, header);
         if (!writeAt(out.fd, reinterpret_cast<const char*>(header), outHeader, 0))
-            return fail(ArchiveStatus::FileWriteError, false, out.name());
+            return fail(SaveStatus::FileWriteError, false, out.name());
     }
-    if (!out.finish(targetPath)) return fail(ArchiveStatus::FileWriteError, false, targetPath);
-    result.status = ArchiveStatus::Complete;
+    if (!out.finish(targetPath)) return fail(SaveStatus::FileWriteError, false, targetPath);
+    result.status = SaveStatus::Complete;
     return result;
 }

@@ -4,6 +4,7 @@
 
 #include "archive/archivereader.h"
 #include "archive/progress.h"
+#include "archive/status.h"
 #include "creation/codecs.h"
 
 #include <QString>
@@ -19,7 +20,7 @@ struct ConvertSettings
 
 struct ConvertResult
 {
-    int status = 0;       // ArchiveStatus
+    SaveStatus status = SaveStatus::Aborted;
     bool reading = false; // the failure is the archive's (a read or a decode), not the output's
     QString failedName;   // the stored name, or the file written, where it failed
 };
@@ -36,9 +37,9 @@ struct ConvertResult
 // at the end; on any failure or cancel the target (and so the input) is untouched and no
 // temporary file remains. Memory stays within a few blocks per worker. Progress gets the range
 // 0..fileCount and polls for a cancel between blocks.
-// Status 1 complete, 0 cancelled; failures with reading set: -4 data outside the file or a short
-// read, -5/-6 a block that does not decode to its recorded size; without: -2/-3 the output could
-// not be opened or written (or renamed), -5/-6 compression failed, -8 a block too large for the
-// target codec or for memory.
+// Failures with reading set: FileReadError data outside the file or a short read, Lz4Error or
+// ZlibError a block that does not decode to its recorded size; without: FileOpenError or
+// FileWriteError the output could not be opened or written (or renamed), Lz4Error or ZlibError
+// compression failed, TooLarge a block too large for the target codec, OutOfMemory.
 ConvertResult convertArchive(const ArchiveReader& reader, const QString& targetPath,
                              const ConvertSettings& settings, Progress& progress);

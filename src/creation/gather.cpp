@@ -5,9 +5,9 @@
 #include <QFileInfo>
 #include <QStringList>
 
-int addSourceFile(GatherState& state, const QString& path, LoadMode mode)
+LoadStatus addSourceFile(GatherState& state, const QString& path, LoadMode mode)
 {
-    if (mode == Archive || !state.sources || !state.table) return -1;
+    if (mode == Archive || !state.sources || !state.table) return LoadStatus::ArchiveError;
 
     const QString lower = path.toLower();
     const QByteArray bytes = lower.toLocal8Bit();
@@ -19,13 +19,13 @@ int addSourceFile(GatherState& state, const QString& path, LoadMode mode)
         key = bytes.mid(bytes.lastIndexOf('/') + 1);
     else
         key = bytes.mid(int(state.rootPrefixLength));
-    if (state.sources->containsRelativePath(key)) return 1;
+    if (state.sources->containsRelativePath(key)) return LoadStatus::Loaded;
 
     std::optional<SourceEntry> entry = makeSourceEntry(bytes, state.rootPrefixLength, *state.table);
-    if (!entry) return -2;
+    if (!entry) return LoadStatus::SourceError;
     entry->sourceFile = path;
     state.sources->append(std::move(*entry));
-    return 1;
+    return LoadStatus::Loaded;
 }
 
 namespace {
@@ -37,15 +37,15 @@ bool isDotEntry(const QString& name)
 
 // ancestors holds the canonical paths of the folders being scanned above this one, so that a
 // link leading back up the tree is not walked again and again.
-int scan(GatherState& state, const QString& path, bool recursing, Progress* progress,
-         const PathLoader& loadPath, QStringList& ancestors)
+LoadStatus scan(GatherState& state, const QString& path, bool recursing, Progress* progress,
+                const PathLoader& loadPath, QStringList& ancestors)
 {
     if (progress) {
         progress->setValue(0);
         progress->processEvents();
         if (progress->wasCanceled()) {
             qDebug("pushed cancel");
-            return 0;
+            return LoadStatus::Canceled;
         }
     }
 
@@ -62,7 +62,7 @@ int scan(GatherState& state, const QString& path, bool recursing, Progress* prog
             break;
         }
     }
-    if (!hasEntries) return 1;
+    if (!hasEntries) return LoadStatus::Loaded;
 
     if (!recursing && state.rootFolderName.isEmpty()) {
         const int p = path.lastIndexOf(QLatin1Char('/'));
@@ -71,13 +71,13 @@ int scan(GatherState& state, const QString& path, bool recursing, Progress* prog
     }
 
     ancestors.append(info.canonicalFilePath());
-    int result = 1;
+    LoadStatus result = LoadStatus::Loaded;
     for (const QFileInfo& entry : list) {
         if (progress) {
             progress->setValue(0);
             progress->processEvents();
             if (progress->wasCanceled()) {
-                result = 0;
+                result = LoadStatus::Canceled;
                 break;
             }
         }
@@ -89,7 +89,7 @@ int scan(GatherState& state, const QString& path, bool recursing, Progress* prog
         if (entry.isSymLink() && ancestors.contains(entry.canonicalFilePath())) continue;
         result = scan(state, entry.filePath(), true, progress, loadPath, ancestors);
         // With a dialog any unfinished sub-scan ends this folder; without one only failures do.
-        if (progress ? result != 1 : result < 0) break;
+        if (progress ? result != LoadStatus::Loaded : isFailure(result)) break;
     }
     ancestors.removeLast();
     return result;
@@ -97,26 +97,26 @@ int scan(GatherState& state, const QString& path, bool recursing, Progress* prog
 
 } // namespace
 
-int scanSourceFolder(GatherState& state, const QString& path, bool recursing, Progress* progress,
-                     const PathLoader& loadPath)
+LoadStatus scanSourceFolder(GatherState& state, const QString& path, bool recursing,
+                            Progress* progress, const PathLoader& loadPath)
 {
     QStringList ancestors;
     return scan(state, path, recursing, progress, loadPath, ancestors);
 }
 
-int gatherPaths(GatherState& state, const QStringList& paths, Progress* progress)
+LoadStatus gatherPaths(GatherState& state, const QStringList& paths, Progress* progress)
 {
     const PathLoader loader = [&state](const QString& path, LoadMode mode) {
         return addSourceFile(state, path, mode);
     };
-    int status = 1;
+    LoadStatus status = LoadStatus::Loaded;
     for (const QString& given : paths) {
         // A drop hands over absolute, clean paths; the folder's own name starts the names.
         const QString path = QDir::cleanPath(QFileInfo(given).absoluteFilePath());
         state.rootFolderName.clear();
         state.rootPrefixLength = 0;
         status = scanSourceFolder(state, path, false, progress, loader);
-        if (status != 1) break;
+        if (status != LoadStatus::Loaded) break;
     }
     if (state.sources) state.sources->sortSources();
     return status;

@@ -7,9 +7,6 @@
 
 namespace {
 
-constexpr int kDdsFileError = -9;
-constexpr int kUnsupported = -10;
-
 constexpr uint32_t fourCC(char a, char b, char c, char d)
 {
     return uint32_t(uint8_t(a)) | (uint32_t(uint8_t(b)) << 8) | (uint32_t(uint8_t(c)) << 16)
@@ -102,11 +99,11 @@ uint64_t levelSize(uint8_t format, uint32_t width, uint32_t height, uint32_t lev
 
 } // namespace
 
-int layoutTexture(const char* bytes, uint64_t size, TextureLayout& layout)
+LayoutStatus layoutTexture(const char* bytes, uint64_t size, TextureLayout& layout)
 {
     const unsigned char* h = reinterpret_cast<const unsigned char*>(bytes);
-    if (size < 4 || ba2::readLE32(h) != kDdsMagic) return kDdsFileError;
-    if (size < kHeaderSize) return kDdsFileError;
+    if (size < 4 || ba2::readLE32(h) != kDdsMagic) return LayoutStatus::DdsFileError;
+    if (size < kHeaderSize) return LayoutStatus::DdsFileError;
 
     const uint32_t height = ba2::readLE32(h + 12);
     const uint32_t width = ba2::readLE32(h + 16);
@@ -116,33 +113,34 @@ int layoutTexture(const char* bytes, uint64_t size, TextureLayout& layout)
     uint8_t format = 0;
     uint32_t dataStart = kHeaderSize;
     if (code == kDx10) {
-        if (size < kDx10HeaderSize) return kDdsFileError;
+        if (size < kDx10HeaderSize) return LayoutStatus::DdsFileError;
         dataStart = kDx10HeaderSize;
         // Any format whose levels have a size from width and height alone.
         const uint32_t dxgi = ba2::readLE32(h + 128);
-        if (dxgi > 255 || dxgiFormat(dxgi).layout == DxgiLayout::Unsized) return kUnsupported;
+        if (dxgi > 255 || dxgiFormat(dxgi).layout == DxgiLayout::Unsized)
+            return LayoutStatus::UnsupportedFormat;
         format = uint8_t(dxgi);
     } else if (code == 0) {
-        if (!fromMasks(h, format)) return kUnsupported;
+        if (!fromMasks(h, format)) return LayoutStatus::UnsupportedFormat;
     } else if (!fromFourCC(code, format)) {
-        return kUnsupported;
+        return LayoutStatus::UnsupportedFormat;
     }
 
     if (width == 0 || height == 0 || width > kMaxDimension || height > kMaxDimension)
-        return kDdsFileError;
+        return LayoutStatus::DdsFileError;
     // Writers that leave the count at 0 mean a single level.
     if (mipCount == 0) mipCount = 1;
-    if (mipCount > kMaxMipCount) return kDdsFileError;
+    if (mipCount > kMaxMipCount) return LayoutStatus::DdsFileError;
 
     // A record holds one 2-D texture or one whole cube map; storing the first surface of
     // anything else would drop the rest without a word.
     const uint32_t caps2 = ba2::readLE32(h + 112);
     bool cube = (caps2 & kCaps2Cubemap) != 0;
-    if (cube && (caps2 & kCaps2AllFaces) != kCaps2AllFaces) return kDdsFileError;
-    if (caps2 & kCaps2Volume) return kDdsFileError;
+    if (cube && (caps2 & kCaps2AllFaces) != kCaps2AllFaces) return LayoutStatus::DdsFileError;
+    if (caps2 & kCaps2Volume) return LayoutStatus::DdsFileError;
     if (code == kDx10) {
         if (ba2::readLE32(h + 132) == kDimensionTexture3D || ba2::readLE32(h + 140) != 1)
-            return kDdsFileError;
+            return LayoutStatus::DdsFileError;
         if (ba2::readLE32(h + 136) & kMiscTextureCube) cube = true;
     }
 
@@ -152,7 +150,8 @@ int layoutTexture(const char* bytes, uint64_t size, TextureLayout& layout)
     // Cube faces follow one another, each with its whole mip chain.
     if (cube) chain *= kCubeFaces;
     // Offsets and sizes are kept in 32 bits; the chain must also lie within the file.
-    if (dataStart + chain > 0xFFFFFFFFu || size < dataStart + chain) return kDdsFileError;
+    if (dataStart + chain > 0xFFFFFFFFu || size < dataStart + chain)
+        return LayoutStatus::DdsFileError;
 
     layout = TextureLayout();
     layout.height = height;
@@ -170,7 +169,7 @@ int layoutTexture(const char* bytes, uint64_t size, TextureLayout& layout)
         c.lastMip = uint16_t(mipCount - 1);
         layout.chunkCount = 1;
         if (cube) layout.textureFlags = kCubeTextureFlags;
-        return 1;
+        return LayoutStatus::Ok;
     }
 
     // Levels of at least 512x512 pixels get a chunk each (three at most); the rest share the last.
@@ -198,5 +197,5 @@ int layoutTexture(const char* bytes, uint64_t size, TextureLayout& layout)
             break;
         }
     }
-    return 1;
+    return LayoutStatus::Ok;
 }

@@ -1,6 +1,8 @@
 #pragma once
 // Reading a DDS file for a texture archive: its description and its mip chain cut into chunks.
 
+#include "archive/status.h"
+
 #include <cstdint>
 
 // One block to be stored: a whole general file, or one chunk of a texture.
@@ -29,8 +31,8 @@ struct TextureLayout
 };
 
 // Analyses a DDS file held in memory: a 2-D texture, or a cube map with all six faces (legacy
-// face bits or a DX10 cube of one element). Returns 1 on success, -9 (not a DDS file, one whose
+// face bits or a DX10 cube of one element). DdsFileError: not a DDS file, one whose
 // data is shorter than its header or mip chain says, absurd counts, or a texture a record cannot
-// hold whole: a cube map missing faces, a texture array, a volume texture) or -10 (pixel format
-// not supported). Never reads outside [bytes, bytes + size).
-int layoutTexture(const char* bytes, uint64_t size, TextureLayout& layout);
+// hold whole: a cube map missing faces, a texture array, a volume texture. Never reads outside
+// [bytes, bytes + size).
+LayoutStatus layoutTexture(const char* bytes, uint64_t size, TextureLayout& layout);

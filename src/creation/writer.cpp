@@ -96,21 +96,21 @@ public:
     }
 
     // Opens name and checks its size against what the archive can hold.
-    int open(const QString& name, Codec codec)
+    SaveStatus open(const QString& name, Codec codec)
     {
         fd = ::open(QFile::encodeName(name).constData(), O_RDONLY | O_CLOEXEC);
-        if (fd < 0) return ArchiveStatus::FileOpenError;
+        if (fd < 0) return SaveStatus::FileOpenError;
         struct stat st;
-        if (::fstat(fd, &st) != 0 || S_ISDIR(st.st_mode)) return ArchiveStatus::FileOpenError;
+        if (::fstat(fd, &st) != 0 || S_ISDIR(st.st_mode)) return SaveStatus::FileOpenError;
         if (st.st_size < 0 || uint64_t(st.st_size) > blockInputLimit(codec))
-            return ArchiveStatus::TooLarge;
+            return SaveStatus::TooLarge;
         size = uint64_t(st.st_size);
-        return ArchiveStatus::Complete;
+        return SaveStatus::Complete;
     }
 
-    int readAll(Buffer& buffer)
+    SaveStatus readAll(Buffer& buffer)
     {
-        if (!buffer.reserve(size)) return ArchiveStatus::TooLarge;
+        if (!buffer.reserve(size)) return SaveStatus::OutOfMemory;
         uint64_t got = 0;
         while (got < size) {
             const ssize_t n
@@ -119,7 +119,7 @@ public:
             if (n <= 0) break;
             got += uint64_t(n);
         }
-        return got == size ? ArchiveStatus::Complete : ArchiveStatus::FileReadError;
+        return got == size ? SaveStatus::Complete : SaveStatus::FileReadError;
     }
 
     int fd = -1;
@@ -129,27 +129,27 @@ public:
 // The chunk count of a texture, needed before any data is written so that the record table
 // can be sized. Mapping the file lets the analysis see the real size while only the header
 // pages are touched; where mapping is not possible the file is read.
-int analyseTexture(const QString& name, Codec codec, Buffer& scratch, uint8_t& chunkCount)
+SaveStatus analyseTexture(const QString& name, Codec codec, Buffer& scratch, uint8_t& chunkCount)
 {
     QFile file(name);
-    if (!file.open(QIODevice::ReadOnly)) return ArchiveStatus::FileOpenError;
+    if (!file.open(QIODevice::ReadOnly)) return SaveStatus::FileOpenError;
     const qint64 s = file.size();
-    if (s < 0 || uint64_t(s) > blockInputLimit(codec)) return ArchiveStatus::TooLarge;
+    if (s < 0 || uint64_t(s) > blockInputLimit(codec)) return SaveStatus::TooLarge;
     const uint64_t size = uint64_t(s);
     TextureLayout layout;
-    int status = ArchiveStatus::Complete;
+    SaveStatus status = SaveStatus::Complete;
     uchar* mapped = size > 0 ? file.map(0, qint64(size)) : nullptr;
     if (mapped) {
-        status = layoutTexture(reinterpret_cast<const char*>(mapped), size, layout);
+        status = toSaveStatus(layoutTexture(reinterpret_cast<const char*>(mapped), size, layout));
         file.unmap(mapped);
     } else {
         SourceFile source;
         status = source.open(name, codec);
-        if (status == ArchiveStatus::Complete) status = source.readAll(scratch);
-        if (status == ArchiveStatus::Complete)
-            status = layoutTexture(scratch.data(), source.size, layout);
+        if (status == SaveStatus::Complete) status = source.readAll(scratch);
+        if (status == SaveStatus::Complete)
+            status = toSaveStatus(layoutTexture(scratch.data(), source.size, layout));
     }
-    if (status == ArchiveStatus::Complete) chunkCount = layout.chunkCount;
+    if (status == SaveStatus::Complete) chunkCount = layout.chunkCount;
     return status;
 }
 
@@ -177,31 +177,31 @@ public:
     // did not reach this file). Stops early, with a status of no meaning, once admit says no or
     // stop is set. On failure, the first blockCount blocks are complete and are still written.
     // zlib belongs to the calling thread: its tables stay warm in that core's cache.
-    int encode(const QString& file, uint8_t expectedChunks, ZlibCompressor& zlib,
-               const Admission& admit, const std::atomic<bool>* stop)
+    SaveStatus encode(const QString& file, uint8_t expectedChunks, ZlibCompressor& zlib,
+                      const Admission& admit, const std::atomic<bool>* stop)
     {
         blockCount = 0;
         SourceFile source;
-        int status = source.open(file, settings.codec);
-        if (admit && !admit(status == ArchiveStatus::Complete ? source.size : 0))
-            return ArchiveStatus::Aborted;
-        if (status != ArchiveStatus::Complete) return status;
+        SaveStatus status = source.open(file, settings.codec);
+        if (admit && !admit(status == SaveStatus::Complete ? source.size : 0))
+            return SaveStatus::Aborted;
+        if (status != SaveStatus::Complete) return status;
         status = source.readAll(readBuffer);
-        if (status != ArchiveStatus::Complete) return status;
+        if (status != SaveStatus::Complete) return status;
         const uint64_t size = source.size;
 
         uint32_t count = 1;
         if (settings.isTexture) {
-            status = layoutTexture(readBuffer.data(), size, layout);
-            if (status != ArchiveStatus::Complete) return status;
+            status = toSaveStatus(layoutTexture(readBuffer.data(), size, layout));
+            if (status != SaveStatus::Complete) return status;
             // A different answer than in the first pass means the file changed meanwhile.
             if (expectedChunks == 0 || layout.chunkCount != expectedChunks || layout.chunkCount > 4)
-                return ArchiveStatus::FileReadError;
+                return SaveStatus::FileReadError;
             count = layout.chunkCount;
             for (uint32_t k = 0; k < count; ++k) {
                 blocks[k] = layout.chunks[k];
                 if (uint64_t(blocks[k].sourceOffset) + blocks[k].unpackedSize > size)
-                    return ArchiveStatus::DdsOrVer3General;
+                    return SaveStatus::DdsFileError;
             }
         } else {
             blocks[0] = ChunkPlan();
@@ -211,10 +211,10 @@ public:
         uint64_t room = 0;
         for (uint32_t k = 0; k < count; ++k)
             room += packRoom(blocks[k].unpackedSize);
-        if (room && !packBuffer.reserve(room)) return ArchiveStatus::TooLarge;
+        if (room && !packBuffer.reserve(room)) return SaveStatus::OutOfMemory;
         uint64_t packedAt = 0;
         for (uint32_t k = 0; k < count; ++k) {
-            if (stop && stop->load(std::memory_order_relaxed)) return ArchiveStatus::Aborted;
+            if (stop && stop->load(std::memory_order_relaxed)) return SaveStatus::Aborted;
             ChunkPlan& block = blocks[k];
             const char* source = readBuffer.data() + block.sourceOffset;
             const uint64_t capacity = packRoom(block.unpackedSize);
@@ -224,8 +224,7 @@ public:
             const int64_t n = encodeBlock(settings.codec, zlib, source, block.unpackedSize,
                                           destination, capacity);
             if (n < 0)
-                return settings.codec == Codec::Zlib ? ArchiveStatus::ZlibError
-                                                     : ArchiveStatus::Lz4Error;
+                return settings.codec == Codec::Zlib ? SaveStatus::ZlibError : SaveStatus::Lz4Error;
             block.packedSize = uint32_t(n);
             if (block.packedSize) {
                 out[k] = destination;
@@ -235,7 +234,7 @@ public:
             packedAt += capacity;
             blockCount = k + 1;
         }
-        return ArchiveStatus::Complete;
+        return SaveStatus::Complete;
     }
 
     // Hands the work buffers to a pool of idle ones, which keeps at most limit bytes.
@@ -333,7 +332,7 @@ public:
     }
 
     // Encodes (or waits for) file i; the result stays valid until release(i).
-    const FileEncoder& get(size_t i, int& status)
+    const FileEncoder& get(size_t i, SaveStatus& status)
     {
         Slot& slot = *window[i % window.size()];
         if (threads.empty()) {
@@ -384,7 +383,7 @@ private:
         FileEncoder encoder;
         size_t readyFile = SIZE_MAX;
         uint64_t bytes = 0; // the file's share of bytesInFlight
-        int status = 0;
+        SaveStatus status = SaveStatus::Aborted;
     };
 
     uint8_t expectedChunks(size_t i) const { return i < chunkCounts.size() ? chunkCounts[i] : 0; }
@@ -436,8 +435,8 @@ private:
             i = next++;
             slot = window[i % window.size()].get();
             lock.unlock();
-            const int status = slot->encoder.encode(sourcePathOf(sources[i]), expectedChunks(i),
-                                                    ownZlib, admit, &stop);
+            const SaveStatus status = slot->encoder.encode(
+                sourcePathOf(sources[i]), expectedChunks(i), ownZlib, admit, &stop);
             lock.lock();
             slot->status = status;
             slot->readyFile = i;
@@ -482,12 +481,12 @@ WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool is
 {
     WriteResult result;
     if (sources.isEmpty()) {
-        result.status = ArchiveStatus::SystemError;
+        result.status = SaveStatus::NoSources;
         return result;
     }
     const QString tempPath = targetPath + QStringLiteral(".Zarneler");
     if (sources.size() > size_t(INT32_MAX)) {
-        result.status = ArchiveStatus::TooLarge;
+        result.status = SaveStatus::TooLarge;
         result.failedFile = targetPath;
         return result;
     }
@@ -511,7 +510,7 @@ WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool is
     QFile::remove(tempPath);
     QFile temp(tempPath);
     if (!temp.open(QIODevice::ReadWrite | QIODevice::Truncate)) {
-        result.status = ArchiveStatus::FileOpenError;
+        result.status = SaveStatus::FileOpenError;
         result.failedFile = tempPath;
         return result;
     }
@@ -528,7 +527,7 @@ WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool is
         }
     } cleanup {temp, keepTemp};
 
-    auto fail = [&result](int status, const QString& file) {
+    auto fail = [&result](SaveStatus status, const QString& file) {
         result.status = status;
         result.failedFile = file;
         return result;
@@ -547,7 +546,7 @@ WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool is
         for (uint32_t i = 0; i < count; ++i) {
             if ((i & 31) == 31) progress.processEvents();
             if (analyseTexture(sourcePathOf(sources[i]), codec, scratch, chunkCounts[i])
-                != ArchiveStatus::Complete) {
+                != SaveStatus::Complete) {
                 analysed = i;
                 break;
             }
@@ -558,12 +557,12 @@ WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool is
         recordBytes = uint64_t(count) * ba2::kGeneralRecordSize;
     }
     // The record table is assembled in memory; no real archive comes near this bound.
-    if (recordBytes > (1u << 30)) return fail(ArchiveStatus::TooLarge, targetPath);
+    if (recordBytes > (1u << 30)) return fail(SaveStatus::TooLarge, targetPath);
     const uint64_t base = headerSize + recordBytes;
 
     if (!writeAll(temp, reinterpret_cast<const char*>(headerBytes), headerSize)
         || !temp.seek(qint64(base)))
-        return fail(ArchiveStatus::FileWriteError, tempPath);
+        return fail(SaveStatus::FileWriteError, tempPath);
 
     QByteArray records;
     records.reserve(int(qMin<uint64_t>(recordBytes, 64u << 20)));
@@ -575,10 +574,10 @@ WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool is
 
     for (uint32_t i = 0; i < count; ++i) {
         progress.setValue(int(i));
-        if (progress.wasCanceled()) return fail(ArchiveStatus::Aborted, QString());
+        if (progress.wasCanceled()) return fail(SaveStatus::Aborted, QString());
 
         SourceEntry& entry = sources[i];
-        int status = ArchiveStatus::Complete;
+        SaveStatus status = SaveStatus::Complete;
         const FileEncoder& file = encoded.get(i, status);
         // Blocks before a failing one are written first, as they would be one at a time.
         ChunkPlan blocks[4];
@@ -586,10 +585,10 @@ WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool is
             blocks[k] = file.blocks[k];
             blocks[k].dataOffset = dataCursor;
             if (!writeAll(temp, file.out[k], file.outLength[k]))
-                return fail(ArchiveStatus::FileWriteError, tempPath);
+                return fail(SaveStatus::FileWriteError, tempPath);
             dataCursor += file.outLength[k];
         }
-        if (status != ArchiveStatus::Complete) return fail(status, sourcePathOf(entry));
+        if (status != SaveStatus::Complete) return fail(status, sourcePathOf(entry));
         const uint32_t blockCount = file.blockCount;
         const TextureLayout layout = file.layout;
         encoded.release(i);
@@ -641,51 +640,50 @@ WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool is
         }
     }
 
-    if (uint64_t(records.size()) != recordBytes)
-        return fail(ArchiveStatus::FileReadError, QString());
+    if (uint64_t(records.size()) != recordBytes) return fail(SaveStatus::FileReadError, QString());
     if (!temp.seek(headerSize) || !writeAll(temp, records.constData(), records.size()))
-        return fail(ArchiveStatus::FileWriteError, tempPath);
+        return fail(SaveStatus::FileWriteError, tempPath);
     records = QByteArray();
 
     // Name table: 16-bit length and the relative path of every entry, in record order.
     const uint64_t nameTableOffset = dataCursor;
-    if (!temp.seek(qint64(nameTableOffset))) return fail(ArchiveStatus::FileWriteError, tempPath);
+    if (!temp.seek(qint64(nameTableOffset))) return fail(SaveStatus::FileWriteError, tempPath);
     QByteArray names;
     for (const SourceEntry& entry : sources) {
         const QByteArray relative = entry.relativePathBytes();
         if (uint32_t(relative.size()) > kMaxNameLength)
-            return fail(ArchiveStatus::TooLarge, sourcePathOf(entry));
+            return fail(SaveStatus::TooLarge, sourcePathOf(entry));
         unsigned char length[2];
         ba2::writeLE16(length, uint16_t(relative.size()));
         names.append(reinterpret_cast<const char*>(length), 2);
         names.append(relative);
         if (names.size() >= kNameFlushSize) {
             if (!writeAll(temp, names.constData(), names.size()))
-                return fail(ArchiveStatus::FileWriteError, tempPath);
+                return fail(SaveStatus::FileWriteError, tempPath);
             names.clear();
         }
     }
     if (!writeAll(temp, names.constData(), names.size()))
-        return fail(ArchiveStatus::FileWriteError, tempPath);
+        return fail(SaveStatus::FileWriteError, tempPath);
 
     unsigned char offsetBytes[8];
     ba2::writeLE64(offsetBytes, nameTableOffset);
     if (!temp.seek(16) || !writeAll(temp, reinterpret_cast<const char*>(offsetBytes), 8))
-        return fail(ArchiveStatus::FileWriteError, tempPath);
+        return fail(SaveStatus::FileWriteError, tempPath);
 
     // The rename below must never expose a half-written file.
     if (!temp.flush() || ::fsync(temp.handle()) != 0)
-        return fail(ArchiveStatus::FileWriteError, tempPath);
+        return fail(SaveStatus::FileWriteError, tempPath);
     temp.close();
-    if (temp.error() != QFileDevice::NoError) return fail(ArchiveStatus::FileWriteError, tempPath);
+    if (temp.error() != QFileDevice::NoError) return fail(SaveStatus::FileWriteError, tempPath);
     if (::rename(QFile::encodeName(tempPath).constData(), QFile::encodeName(targetPath).constData())
         != 0)
-        return fail(ArchiveStatus::FileWriteError, targetPath);
+        return fail(SaveStatus::FileWriteError, targetPath);
     keepTemp = true;
 
     progress.setMaximum(100);
     progress.setValue(100);
-    result.status = ArchiveStatus::Complete;
+    result.status = SaveStatus::Complete;
     return result;
 }
 

@@ -2,6 +2,7 @@
 // Writing a BA2 archive from gathered sources.
 
 #include "archive/progress.h"
+#include "archive/status.h"
 #include "creation/codecs.h"
 #include "creation/sourceentry.h"
 
@@ -9,18 +10,17 @@
 
 struct WriteResult
 {
-    int status = 0;     // ArchiveStatus
+    SaveStatus status = SaveStatus::Aborted;
     QString failedFile; // the source that caused a failure, when one did
 };
 
 // Writes sources (in their order) into targetPath: header, records, data, name table, through
 // a temporary file beside the target that is renamed over it only when complete. Progress
 // gets the range 0..count and the value i before file i; a cancel is honoured between files.
-// Returns -1 at once for an empty list. No temporary file survives any outcome, and an existing
-// target is untouched unless the run completes. Status 1 complete, 0 cancelled, -2 a file could
-// not be opened, -3 a write or the final rename failed, -4 a short read (or a source changed
-// during the run), -5/-6 LZ4/zlib failure, -8 a source too large for the format or codec,
-// -9/-10 from the texture analysis; failedFile names the source or file concerned.
+// Returns NoSources at once for an empty list. No temporary file survives any outcome, and an
+// existing target is untouched unless the run completes. FileReadError also covers a source that
+// changed during the run, TooLarge a source beyond what the format or a codec can hold;
+// failedFile names the source or file concerned.
 // jobs > 1 reads and compresses files on that many worker threads, a few files ahead, while this
 // thread writes them in order and alone talks to progress: the archive, the status and what is
 // left on disk are those of a one-thread run. engine picks the zlib library for versions 1 and 2

@@ -4,7 +4,7 @@
 #include "app/dialogs.h"
 #include "app/mainwindow.h"
 #include "app/ui_mainwindow.h"
-#include "creation/codecsettings.h"
+#include "operations/codecsettings.h"
 
 #include <QAction>
 #include <QCheckBox>

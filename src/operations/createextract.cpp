@@ -5,8 +5,9 @@
 #include "app/mainwindow.h"
 #include "app/ui_mainwindow.h"
 #include "archive/archivereader.h"
-#include "creation/codecsettings.h"
-#include "creation/writer_gui.h"
+#include "archive/status.h"
+#include "operations/codecsettings.h"
+#include "operations/engines.h"
 
 #include <QComboBox>
 #include <QListWidget>
@@ -37,8 +38,8 @@ void MainWindow::createArchive(const QString& targetPath)
     // item, and nothing is written until the user picks one.
     if (ui->comboBox_Format->currentIndex() < 0 || ui->comboBox_Ver->currentIndex() < 0) {
         Dialogs::current().showMessage(
-            QMessageBox::Warning, QStringLiteral("Save Archive"),
-            QStringLiteral("Save Archive Error.\n Choose a format and a version."));
+            QMessageBox::Warning, outcomeTitle(SaveStatus::Aborted),
+            saveErrorText(QStringLiteral("Choose a format and a version.")));
         return;
     }
     // The combos as they stand now decide, so a second run can use other settings.
@@ -50,8 +51,8 @@ void MainWindow::createArchive(const QString& targetPath)
 
     ui->listWidget_Files->setEnabled(false);
     QProgressDialog* dialog = makeEngineDialog(QStringLiteral("Create Archive"));
-    saveArchive(sources, targetPath, archiveFormat != 0, archiveVersion, zlibLevel, lz4Mode,
-                dialog);
+    Gui::saveArchive(sources, targetPath, archiveFormat != 0, archiveVersion, zlibLevel, lz4Mode,
+                     dialog);
     dialog->close();
     delete dialog;
     ui->listWidget_Files->setEnabled(true);
@@ -73,17 +74,16 @@ void MainWindow::on_pushButton_ExtractAll_clicked()
 
     ui->listWidget_Files->setEnabled(false);
     QProgressDialog* dialog = makeEngineDialog(QStringLiteral("Extract All"));
-    const int status = reader->extractAll(folder, dialog);
+    const ArchiveStatus status = Gui::extractAll(*reader, folder, dialog);
     dialog->close();
     delete dialog;
     ui->listWidget_Files->setEnabled(true);
     extractEnabled = true;
     updateUi();
 
-    if (status == 1)
-        statusBar()->showMessage(QStringLiteral(" Extract All Complete!"), 10000);
-    else
-        statusBar()->showMessage(QStringLiteral(" Extract All Error!"));
+    // Success fades after ten seconds; an error stays until something replaces it.
+    statusBar()->showMessage(extractStatusBarText(status),
+                             status == ArchiveStatus::Complete ? 10000 : 0);
 
     sourcePath.clear();
     updateUi();

@@ -5,6 +5,7 @@
 #include "app/mainwindow.h"
 #include "app/ui_mainwindow.h"
 #include "archive/archivereader.h"
+#include "archive/status.h"
 
 #include <QApplication>
 #include <QDir>
@@ -45,15 +46,6 @@ struct DialogCloser
     }
 };
 using DialogHandle = std::unique_ptr<QProgressDialog, DialogCloser>;
-
-QString loadFailureText(int status)
-{
-    switch (status) {
-    case 0: return QStringLiteral("Aborted.");
-    case -1: return QStringLiteral("BA2 File Error");
-    default: return QStringLiteral("File Error");
-    }
-}
 
 // Only an archive's first bytes tell it apart from a file that merely carries the suffix.
 bool startsWithArchiveMagic(const QString& path)
@@ -121,14 +113,14 @@ void MainWindow::dropEvent(QDropEvent* event)
 void MainWindow::runLoadSequence(const QStringList& paths, bool clearAfterFailure)
 {
     DialogHandle dialog(makeReadingDialog());
-    int status = 1;
+    LoadStatus status = LoadStatus::Loaded;
     for (const QString& path : paths) {
         rootFolderName.clear();
         rootPrefixLength = 0;
         status = loadSourcePath(path, paths.size(), dialog.get());
-        if (status != 1) break;
+        if (status != LoadStatus::Loaded) break;
     }
-    if (status == 1 && sourceKind == 2) {
+    if (status == LoadStatus::Loaded && sourceKind == 2) {
         QApplication::processEvents();
         sources.sortSources();
         QApplication::processEvents();
@@ -137,14 +129,14 @@ void MainWindow::runLoadSequence(const QStringList& paths, bool clearAfterFailur
         runCreateAssistance();
     }
     dialog.reset();
-    if (status == 1) return;
+    if (status == LoadStatus::Loaded) return;
 
-    Dialogs::current().showMessage(QMessageBox::Information, QStringLiteral("Read Files."),
-                                   loadFailureText(status));
+    Dialogs::current().showMessage(QMessageBox::Information, outcomeTitle(status),
+                                   outcomeText(status));
     if (clearAfterFailure) on_pushButton_ClearList_clicked();
 }
 
-int MainWindow::loadSourcePath(const QString& path, int pathCount, QProgressDialog* progress)
+LoadStatus MainWindow::loadSourcePath(const QString& path, int pathCount, QProgressDialog* progress)
 {
     progress->setValue(0);
     QApplication::processEvents();
@@ -166,17 +158,17 @@ int MainWindow::loadSourcePath(const QString& path, int pathCount, QProgressDial
     }
     sourceKind = 2;
 
-    const int status = scanSourceFolder(path, false, progress);
-    if (status == 0) {
+    const LoadStatus status = scanSourceFolder(path, false, progress);
+    if (status == LoadStatus::Canceled) {
         releaseSources();
         resetList(ui->listWidget_Files);
-        return 0;
+        return status;
     }
-    if (status < 0) return status;
+    if (isFailure(status)) return status;
     QApplication::processEvents();
     progress->setValue(0);
     QApplication::processEvents();
-    return 1;
+    return LoadStatus::Loaded;
 }
 
 // Open Archive

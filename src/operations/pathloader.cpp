@@ -6,13 +6,14 @@
 #include "app/ui_mainwindow.h"
 #include "archive/archivereader.h"
 #include "creation/gather.h"
+#include "operations/engines.h"
 
 #include <QProgressBar>
 #include <QStatusBar>
 
 #include <memory>
 
-int MainWindow::loadPath(const QString& path, LoadMode mode)
+LoadStatus MainWindow::loadPath(const QString& path, LoadMode mode)
 {
     extractEnabled = false;
     archiveEnabled = false;
@@ -45,7 +46,7 @@ int MainWindow::loadPath(const QString& path, LoadMode mode)
     bar->setMaximum(0);
     bar->setValue(0);
     // File systems here are case-sensitive: open the path exactly as it was given.
-    const bool ok = reader->open(path, bar.get());
+    const bool ok = Gui::open(*reader, path, bar.get());
     statusBar()->removeWidget(bar.get());
 
     if (!ok) {
@@ -55,7 +56,7 @@ int MainWindow::loadPath(const QString& path, LoadMode mode)
         extractEnabled = false;
         ba2Info1 = QStringLiteral("BA2 Error.");
         updateUi();
-        return -1;
+        return LoadStatus::ArchiveError;
     }
 
     sourcePath = path;
@@ -66,10 +67,11 @@ int MainWindow::loadPath(const QString& path, LoadMode mode)
     extractEnabled = true;
     archiveEnabled = false;
     updateUi();
-    return 1;
+    return LoadStatus::Loaded;
 }
 
-int MainWindow::scanSourceFolder(const QString& path, bool recursing, QProgressDialog* progress)
+LoadStatus MainWindow::scanSourceFolder(const QString& path, bool recursing,
+                                        QProgressDialog* progress)
 {
     GatherState state;
     state.sources = &sources;
@@ -87,7 +89,7 @@ int MainWindow::scanSourceFolder(const QString& path, bool recursing, QProgressD
         rootPrefixLength = state.rootPrefixLength;
         return loadPath(file, mode);
     };
-    const int status = ::scanSourceFolder(state, path, recursing, adapter.get(), loader);
+    const LoadStatus status = ::scanSourceFolder(state, path, recursing, adapter.get(), loader);
     rootFolderName = state.rootFolderName;
     rootPrefixLength = state.rootPrefixLength;
     return status;

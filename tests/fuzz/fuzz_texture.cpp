@@ -7,7 +7,8 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     TextureLayout layout;
-    if (layoutTexture(reinterpret_cast<const char*>(data), size, layout) != 1) return 0;
+    if (layoutTexture(reinterpret_cast<const char*>(data), size, layout) != LayoutStatus::Ok)
+        return 0;
     if (layout.chunkCount < 1 || layout.chunkCount > 4) std::abort();
     uint64_t offset = layout.dataStart, total = 0;
     for (int i = 0; i < layout.chunkCount; ++i) {
