@@ -2,6 +2,7 @@
 #include "archive/extractor.h"
 #include "archive/status.h"
 #include "creation/assistance.h"
+#include "creation/converter.h"
 #include "creation/gather.h"
 #include "creation/writer.h"
 
@@ -106,19 +107,25 @@ QMap<QString, QByteArray> filesUnder(const QString& folder)
     return files;
 }
 
-// Every texture's record fields and chunk split, by name (lower case: ours are).
-QMap<QString, QVector<uint>> textureRecords(const ArchiveReader& reader)
+// Every record's fields but where its data lies, in record order: name (lower case: ours are),
+// hashes, and a texture's fields and chunk split, or a file's size.
+QStringList recordFields(const ArchiveReader& reader)
 {
-    QMap<QString, QVector<uint>> textures;
-    for (uint32_t i = 0; reader.isTexture && i < reader.fileCount; ++i) {
+    QStringList records;
+    for (uint32_t i = 0; i < reader.fileCount; ++i) {
         const FileRecord& r = reader.record(i);
-        QVector<uint>& v = textures[reader.nameOf(i).toLower()];
-        v << r.format << r.width << r.height << r.mipCount << r.textureFlags << r.chunkCount;
-        for (int k = 0; k < r.chunkCount; ++k)
+        QVector<uint> v {r.nameHash, r.extension, r.directoryHash, r.unpackedSize};
+        if (reader.isTexture)
+            v << r.format << r.width << r.height << r.mipCount << r.textureFlags << r.chunkCount;
+        for (int k = 0; reader.isTexture && k < r.chunkCount; ++k)
             v << reader.chunks(r)[k].firstMip << reader.chunks(r)[k].lastMip
               << reader.chunks(r)[k].unpackedSize;
+        QString line = reader.nameOf(i).toLower();
+        for (uint x : v)
+            line += ' ' + QString::number(x);
+        records << line;
     }
-    return textures;
+    return records;
 }
 
 // Writes the archive with one thread and again with three: worker threads may change nothing,
@@ -168,6 +175,38 @@ bool holds(const QByteArray& a, uint64_t offset, uint32_t packed, const QByteArr
     return packed && inflate(block, data.size()) == data;
 }
 
+// Every file's data by name, decoded with zlib and lz4 directly; or, unless decode is set, its
+// blocks as stored, each behind its packed size.
+QMap<QString, QByteArray> blocksOf(const QString& path, bool decode)
+{
+    ArchiveReader reader;
+    NullProgress quiet;
+    const QByteArray a = testutil::readFile(path);
+    QMap<QString, QByteArray> files;
+    for (uint32_t i = 0, ok = reader.open(path, quiet); ok && i < reader.fileCount; ++i) {
+        const FileRecord& r = reader.record(i);
+        QVector<ChunkInfo> blocks {{r.dataOffset, r.packedSize, r.unpackedSize, 0, 0}};
+        if (reader.isTexture)
+            blocks = QVector<ChunkInfo>(reader.chunks(r), reader.chunks(r) + r.chunkCount);
+        QByteArray& data = files[reader.nameOf(i)];
+        for (const ChunkInfo& c : blocks) {
+            const QByteArray stored
+                = a.mid(int(c.dataOffset), int(c.packedSize ? c.packedSize : c.unpackedSize));
+            QByteArray out(int(c.unpackedSize), '\0');
+            if (!decode)
+                data += le(c.packedSize, 4) + stored;
+            else if (!c.packedSize)
+                data += stored;
+            else if (reader.version != 3)
+                data += inflate(stored, out.size());
+            else if (LZ4_decompress_safe(stored.constData(), out.data(), stored.size(), out.size())
+                     == out.size())
+                data += out;
+        }
+    }
+    return files;
+}
+
 } // namespace
 
 class TestWriter : public QObject
@@ -188,6 +227,8 @@ private slots:
     void failures();
     void commandLine_data();
     void commandLine();
+    void convert_data();
+    void convert();
 
 private:
     QTemporaryDir tmp;
@@ -478,7 +519,10 @@ void TestWriter::rebuildsRealArchives()
     QCOMPARE(rebuilt.isTexture, original.isTexture);
     QCOMPARE(int(extractArchive(rebuilt, dir + "/y/", quiet).status), 1);
     QCOMPARE(filesUnder(dir + "/y"), filesUnder(dir + "/x"));
-    QCOMPARE(textureRecords(rebuilt), textureRecords(original));
+    QStringList rebuiltRecords = recordFields(rebuilt), originalRecords = recordFields(original);
+    rebuiltRecords.sort();
+    originalRecords.sort();
+    QCOMPARE(rebuiltRecords, originalRecords);
 }
 
 void TestWriter::progressAndCancel_data()
@@ -688,6 +732,130 @@ void TestWriter::commandLine()
         + 24 + (a.mid(8, 4) == "DX10" ? 8 : 0);
     const QString packed = getLE(a, at, 4) ? "packed" : "stored";
     QCOMPARE(QStringLiteral("%1 %2 %3").arg(QString(a.mid(8, 4))).arg(version).arg(packed), header);
+}
+
+void TestWriter::convert_data()
+{
+    QTest::addColumn<bool>("texture");
+    QTest::addColumn<int>("from");      // version of the input; 8: a version-1 archive relabelled
+    QTest::addColumn<int>("fromLevel"); // its zlib level or LZ4 mode
+    QTest::addColumn<int>("to");        // 0: keep the version
+    QTest::addColumn<int>("zlib");      // -1: not given
+    QTest::addColumn<int>("lz4");
+    // copy: the input with another version field; kept: every block stored as in the input;
+    // created: what creation makes of the same files with the target's settings; else a failure
+    // (status, and whether the input's).
+    QTest::addColumn<QString>("expect");
+    QTest::addColumn<int>("status");
+    for (bool t : {false, true}) {
+        const QString k = t ? "texture " : "general ";
+        QTest::newRow(qPrintable(k + "1 to 7")) << t << 1 << 6 << 7 << -1 << -1 << "copy" << 1;
+        QTest::newRow(qPrintable(k + "8 to 1")) << t << 8 << 6 << 1 << -1 << -1 << "copy" << 1;
+        QTest::newRow(qPrintable(k + "3 as it is")) << t << 3 << 1 << 0 << -1 << -1 << "copy" << 1;
+        QTest::newRow(qPrintable(k + "1 to 2")) << t << 1 << 6 << 2 << -1 << -1 << "kept" << 1;
+        QTest::newRow(qPrintable(k + "2 to 7")) << t << 2 << 9 << 7 << -1 << -1 << "kept" << 1;
+        QTest::newRow(qPrintable(k + "2 to 3")) << t << 2 << 6 << 3 << -1 << -1 << "created" << 1;
+        QTest::newRow(qPrintable(k + "3 to 1")) << t << 3 << 1 << 1 << -1 << -1 << "created" << 1;
+        QTest::newRow(qPrintable(k + "1 zlib 9")) << t << 1 << 6 << 0 << 9 << -1 << "created" << 1;
+        QTest::newRow(qPrintable(k + "1 to 2 stored"))
+            << t << 1 << 6 << 2 << 0 << -1 << "created" << 1;
+        QTest::newRow(qPrintable(k + "stored 1 to 3"))
+            << t << 1 << 0 << 3 << -1 << -1 << "created" << 1;
+        QTest::newRow(qPrintable(k + "3 lz4 0")) << t << 3 << 1 << 0 << -1 << 0 << "created" << 1;
+    }
+    QTest::newRow("in place") << true << 1 << 6 << 3 << -1 << 1 << "created" << 1;
+    QTest::newRow("damaged block") << false << 1 << 6 << 3 << -1 << -1 << "read" << -6;
+    QTest::newRow("data past the end") << false << 1 << 6 << 7 << -1 << -1 << "read" << -4;
+    QTest::newRow("unwritable target") << false << 1 << 6 << 3 << -1 << -1 << "write" << -2;
+    QTest::newRow("cancelled") << true << 1 << 6 << 3 << -1 << -1 << "write" << 0;
+}
+
+// The converted archive holds the same records and data, stored as the rules say; a failure
+// leaves the input and an existing target as they were and nothing else behind.
+void TestWriter::convert()
+{
+    QFETCH(bool, texture);
+    QFETCH(int, from);
+    QFETCH(int, fromLevel);
+    QFETCH(int, to);
+    QFETCH(int, zlib);
+    QFETCH(int, lz4);
+    QFETCH(QString, expect);
+    QFETCH(int, status);
+    const QString tag = QTest::currentDataTag();
+    QMap<QString, QByteArray> files;
+    for (uint32_t i = 0; i < 12; ++i)
+        files[QStringLiteral("Data/Set/f%1.dds").arg(i)] = texture
+            ? makeDds(16u << (i % 7), 64, 3 + i % 4, i, i % 2, nullptr,
+                      i == 5 ? Shape::Cube : Shape::Flat)
+            : testutil::patternBytes(int(3000 * i + 1), i, i % 3);
+    for (auto it = files.begin(); it != files.end(); ++it)
+        QVERIFY(testutil::writeFile(dir + "/in/" + it.key(), *it));
+    SourceList sources = gatherIn(dir + "/in");
+    QVERIFY(QDir().mkpath(dir + "/out"));
+    RecordingProgress progress, converting(tag == "cancelled" ? 2 : 0);
+    const QString input = dir + "/in.ba2",
+                  target = tag == "in place" ? input : dir + "/out/out.ba2";
+    QCOMPARE(
+        writeArchive(sources, input, texture, from % 8 ? from : 1, fromLevel, fromLevel, progress)
+            .status,
+        1);
+    QByteArray original = testutil::readFile(input);
+    if (from == 8) original[4] = 8;
+    if (tag == "damaged block")
+        original.replace(int(getLE(original, 24 + 36 + 16, 8)) + 2, 20, QByteArray(20, '\xff'));
+    if (tag == "data past the end") original.replace(24 + 36 + 16, 8, le(original.size() - 10, 8));
+    QVERIFY(testutil::writeFile(input, original));
+    if (status != 1) QVERIFY(testutil::writeFile(target, "previous archive"));
+    const QMap<QString, QByteArray> before = filesUnder(dir);
+
+    ConvertSettings settings;
+    settings.version = to;
+    settings.zlibLevel = zlib;
+    settings.lz4Mode = lz4;
+    QByteArray converted;
+    for (int jobs : {1, 3}) {
+        if (tag == "in place") QVERIFY(testutil::writeFile(input, original));
+        ArchiveReader reader;
+        QVERIFY(reader.open(input, progress));
+        settings.jobs = jobs;
+        const ConvertResult r = convertArchive(
+            reader, tag == "unwritable target" ? dir + "/no/x.ba2" : target, settings, converting);
+        QCOMPARE(r.status, status);
+        QCOMPARE(r.reading, expect == "read");
+        if (status != 1) {
+            QCOMPARE(filesUnder(dir), before);
+            continue;
+        }
+        QVERIFY(converted.isEmpty() || testutil::readFile(target) == converted);
+        converted = testutil::readFile(target);
+    }
+    if (status != 1) return;
+    QStringList left = before.keys() << "out/out.ba2";
+    left.removeDuplicates();
+    left.sort();
+    QCOMPARE(filesUnder(dir).keys(), tag == "in place" ? before.keys() : left);
+
+    ArchiveReader in, out;
+    QVERIFY(in.open(input, progress) && out.open(target, progress));
+    QCOMPARE(recordFields(out), recordFields(in));
+    const int version = to ? to : from;
+    QCOMPARE(out.version, uint32_t(version));
+    QCOMPARE(out.compressionCode, version == 3 ? 3u : 0u);
+    const QMap<QString, QByteArray> data = blocksOf(target, true);
+    for (auto it = files.begin(); it != files.end(); ++it)
+        QCOMPARE(data.value(it.key().toLower()),
+                 texture ? it->mid(it->mid(84, 4) == "DX10" ? 148 : 128) : *it);
+    if (expect == "copy") QCOMPARE(converted, original.left(4) + le(version, 4) + original.mid(8));
+    if (expect == "kept") QCOMPARE(blocksOf(target, false), blocksOf(input, false));
+    if (expect == "created") {
+        int level = version == 3 ? lz4 : zlib;
+        if (level < 0) level = fromLevel ? 1 : 0;
+        QCOMPARE(writeArchive(sources, dir + "/made.ba2", texture, version, level, level, progress)
+                     .status,
+                 1);
+        QCOMPARE(converted, testutil::readFile(dir + "/made.ba2"));
+    }
 }
 
 QTEST_GUILESS_MAIN(TestWriter)
