@@ -1,5 +1,6 @@
 // Arbitrary bytes as a DDS file: the analysis must stay inside the data and its chunks must
-// tile exactly the mip chain it reports.
+// tile exactly the mip chain it reports, ending at the last level; a cube map is one chunk of
+// six equal faces.
 #include "creation/texturelayout.h"
 
 #include <cstdlib>
@@ -17,5 +18,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         total += layout.chunks[i].unpackedSize;
     }
     if (total != layout.dataSize || offset > size) std::abort();
+    if (layout.chunks[layout.chunkCount - 1].lastMip + 1u != layout.mipCount) std::abort();
+    if (layout.textureFlags != 0x0800
+        && (layout.textureFlags != 0x0801 || layout.chunkCount != 1 || layout.dataSize % 6 != 0))
+        std::abort();
     return 0;
 }

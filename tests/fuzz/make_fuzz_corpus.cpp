@@ -93,6 +93,18 @@ int main(int argc, char** argv)
         dds(4, 4, 1, 0x41, nullptr, 32, 0xFF0000, 0xFF00, 0xFF, 0xFF000000, 0, 64));
     put(textures, "lum.dds", dds(8, 2, 1, 0x20000, nullptr, 8, 0xFF, 0, 0, 0, 0, 16));
     put(textures, "half.dds", dds(2, 2, 2, 4, nullptr, 0, 0, 0, 0, 0, 0, 40));
+    // Cube maps (face bits, the DX10 cube flag), an array, and a format outside the FourCCs.
+    const auto shaped = [](QByteArray f, int at, const QByteArray& bytes) {
+        return f.replace(at, bytes.size(), bytes);
+    };
+    const QByteArray faces("\x00\xFE\x00\x00", 4), one("\x01\x00\x00\x00", 4);
+    put(textures, "cube.dds", shaped(dds(8, 8, 2, 4, "DXT1", 0, 0, 0, 0, 0, 0, 240), 112, faces));
+    put(textures, "cube10.dds",
+        shaped(dds(4, 4, 1, 4, "DX10", 0, 0, 0, 0, 0, 49, 192), 136,
+               QByteArray("\x04\x00\x00\x00", 4) + one));
+    put(textures, "array.dds",
+        shaped(dds(4, 4, 1, 4, "DX10", 0, 0, 0, 0, 0, 98, 32), 140, QByteArray("\x02\0\0\0", 4)));
+    put(textures, "r16.dds", shaped(dds(8, 8, 4, 4, "DX10", 0, 0, 0, 0, 0, 56, 170), 140, one));
 
     const QString codec = root + "/lz4large";
     put(codec, "text", patternBytes(5000, 1));
