@@ -1,5 +1,5 @@
 // zarnel-bench: measures our engines against the raw limit of the same work in one run.
-// Usage: zarnel-bench [WORKLOAD...]   (no argument: open extract create gather)
+// Usage: zarnel-bench [WORKLOAD...]   (no argument: open extract create gather convert)
 //        zarnel-bench engines         zlib against libdeflate at every level (slow)
 //        zarnel-bench write-corpus DIR   the create corpus as files, for memory measurements
 // Each line: workload, our time, the limit's time, and limit/ours (1.0 = at the limit).
@@ -10,6 +10,7 @@
 #include "archive/status.h"
 #include "corpus.h"
 #include "creation/codecs.h"
+#include "creation/converter.h"
 #include "creation/gather.h"
 #include "creation/texturelayout.h"
 #include "creation/writer.h"
@@ -19,6 +20,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QProcess>
 #include <QTemporaryDir>
 
 #include <lz4.h>
@@ -550,6 +552,62 @@ void benchGather(const QString& dir)
 
 // ---- write-corpus: the create corpus on disk, for zarnel-cli under /usr/bin/time -v ----
 
+// ---- convert: a relabelling runs like a file copy, a re-compression like create ----
+
+void benchConvert(const QString& dir, int64_t corpusBytes)
+{
+    if (!corpus::writeTo(dir + "/cgeneral/Data", corpus::mixed(corpusBytes))
+        || !corpus::writeTo(dir + "/ctextures/Data", corpus::textures(corpusBytes))) {
+        std::fprintf(stderr, "cannot write the corpus\n");
+        return;
+    }
+    const int jobs = defaultJobCount();
+    NullProgress none;
+    const auto create = [&](const QString& folder, bool texture, int version, int level,
+                            const QString& out) {
+        SourceList sources = gatherFolder(folder);
+        if (writeArchive(sources, out, texture, version, level, level, none, jobs).status != 1)
+            std::fprintf(stderr, "create failed\n");
+    };
+    const auto convert
+        = [&](const QString& in, const QString& out, int version, int zlib, int lz4) {
+              ArchiveReader reader;
+              ConvertSettings settings;
+              settings.version = version;
+              settings.zlibLevel = zlib;
+              settings.lz4Mode = lz4;
+              settings.jobs = jobs;
+              if (!reader.open(in, none) || convertArchive(reader, out, settings, none).status != 1)
+                  std::fprintf(stderr, "convert failed\n");
+              QFile::remove(out);
+          };
+    const QString general = dir + "/cgeneral.ba2", textures = dir + "/ctextures.ba2";
+    const QString out = dir + "/converted.ba2", made = dir + "/made.ba2";
+    create(dir + "/cgeneral/Data", false, 1, 1, general);
+    create(dir + "/ctextures/Data", true, 1, 1, textures);
+
+    const double cp = bestOf(3, [&] {
+        QProcess::execute("cp", {general, made});
+        QFile::remove(made);
+    });
+    report("convert general v1 to v8", bestOf(3, [&] { convert(general, out, 8, -1, -1); }), cp,
+           "cp");
+    report("convert general v1 to v2", bestOf(3, [&] { convert(general, out, 2, -1, -1); }), cp,
+           "cp");
+    const double made6 = bestOf(3, [&] {
+        create(dir + "/cgeneral/Data", false, 1, 6, made);
+        QFile::remove(made);
+    });
+    report("convert general zlib 1 to zlib 6", bestOf(3, [&] { convert(general, out, 0, 6, -1); }),
+           made6, "create zlib 6");
+    const double madeLz4 = bestOf(3, [&] {
+        create(dir + "/ctextures/Data", true, 3, 1, made);
+        QFile::remove(made);
+    });
+    report("convert textures v1 to v3", bestOf(3, [&] { convert(textures, out, 3, -1, -1); }),
+           madeLz4, "create v3 LZ4");
+}
+
 int writeCorpus(const QString& dir, int64_t corpusBytes)
 {
     const std::vector<corpus::File> general = corpus::mixed(corpusBytes);
@@ -587,7 +645,7 @@ int main(int argc, char** argv)
         return writeCorpus(wanted[1], corpusBytes);
     }
     QTemporaryDir dir;
-    if (wanted.isEmpty()) wanted = QStringList {"open", "extract", "create", "gather"};
+    if (wanted.isEmpty()) wanted = QStringList {"open", "extract", "create", "gather", "convert"};
     auto want = [&](const char* name) {
         return wanted.contains(QLatin1String(name));
     };
@@ -605,6 +663,7 @@ int main(int argc, char** argv)
     }
     if (want("create")) benchCreate(dir.path(), corpusBytes);
     if (want("gather")) benchGather(dir.path());
+    if (want("convert")) benchConvert(dir.path(), corpusBytes);
     if (want("engines")) benchEngines(corpusBytes / 8);
     return 0;
 }
