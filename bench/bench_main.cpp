@@ -563,12 +563,13 @@ void benchConvert(const QString& dir, int64_t corpusBytes)
     }
     const int jobs = defaultJobCount();
     NullProgress none;
-    const auto create = [&](const QString& folder, bool texture, int version, int level,
-                            const QString& out) {
-        SourceList sources = gatherFolder(folder);
-        if (writeArchive(sources, out, texture, version, level, level, none, jobs).status != 1)
-            std::fprintf(stderr, "create failed\n");
-    };
+    const auto create
+        = [&](const QString& folder, bool texture, int version, int level, const QString& out) {
+              SourceList sources = gatherFolder(folder);
+              if (writeArchive(sources, out, texture, version, level, level, none, jobs).status
+                  != SaveStatus::Complete)
+                  std::fprintf(stderr, "create failed\n");
+          };
     const auto convert
         = [&](const QString& in, const QString& out, int version, int zlib, int lz4) {
               ArchiveReader reader;
@@ -577,7 +578,8 @@ void benchConvert(const QString& dir, int64_t corpusBytes)
               settings.zlibLevel = zlib;
               settings.lz4Mode = lz4;
               settings.jobs = jobs;
-              if (!reader.open(in, none) || convertArchive(reader, out, settings, none).status != 1)
+              if (!reader.open(in, none)
+                  || convertArchive(reader, out, settings, none).status != SaveStatus::Complete)
                   std::fprintf(stderr, "convert failed\n");
               QFile::remove(out);
           };

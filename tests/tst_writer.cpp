@@ -796,10 +796,10 @@ void TestWriter::convert()
     RecordingProgress progress, converting(tag == "cancelled" ? 2 : 0);
     const QString input = dir + "/in.ba2",
                   target = tag == "in place" ? input : dir + "/out/out.ba2";
-    QCOMPARE(
-        writeArchive(sources, input, texture, from % 8 ? from : 1, fromLevel, fromLevel, progress)
-            .status,
-        1);
+    QCOMPARE(int(writeArchive(sources, input, texture, from % 8 ? from : 1, fromLevel, fromLevel,
+                              progress)
+                     .status),
+             1);
     QByteArray original = testutil::readFile(input);
     if (from == 8) original[4] = 8;
     if (tag == "damaged block")
@@ -821,7 +821,7 @@ void TestWriter::convert()
         settings.jobs = jobs;
         const ConvertResult r = convertArchive(
             reader, tag == "unwritable target" ? dir + "/no/x.ba2" : target, settings, converting);
-        QCOMPARE(r.status, status);
+        QCOMPARE(int(r.status), status);
         QCOMPARE(r.reading, expect == "read");
         if (status != 1) {
             QCOMPARE(filesUnder(dir), before);
@@ -851,9 +851,10 @@ void TestWriter::convert()
     if (expect == "created") {
         int level = version == 3 ? lz4 : zlib;
         if (level < 0) level = fromLevel ? 1 : 0;
-        QCOMPARE(writeArchive(sources, dir + "/made.ba2", texture, version, level, level, progress)
-                     .status,
-                 1);
+        QCOMPARE(
+            int(writeArchive(sources, dir + "/made.ba2", texture, version, level, level, progress)
+                    .status),
+            1);
         QCOMPARE(converted, testutil::readFile(dir + "/made.ba2"));
     }
 }
