@@ -23,10 +23,8 @@
 #include <QProcess>
 #include <QTemporaryDir>
 
-#include <lz4.h>
-#ifdef ZARNEL_HAVE_LIBDEFLATE
 #include <libdeflate.h>
-#endif
+#include <lz4.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -192,9 +190,7 @@ void writeBlocksArchive(const QString& path, const std::vector<Block>& blocks, b
 void rawExtract(const std::vector<Block>& blocks, bool lz4, const QString& out)
 {
     std::vector<char> buffer;
-#ifdef ZARNEL_HAVE_LIBDEFLATE
     libdeflate_decompressor* inflater = libdeflate_alloc_decompressor();
-#endif
     QDir().mkpath(out);
     int n = 0;
     for (const Block& b : blocks) {
@@ -203,22 +199,15 @@ void rawExtract(const std::vector<Block>& blocks, bool lz4, const QString& out)
             LZ4_decompress_safe(b.packed.constData(), buffer.data(), b.packed.size(),
                                 int(b.unpackedSize));
         } else {
-#ifdef ZARNEL_HAVE_LIBDEFLATE
             size_t got = 0;
             libdeflate_zlib_decompress(inflater, b.packed.constData(), size_t(b.packed.size()),
                                        buffer.data(), b.unpackedSize, &got);
-#else
-            decompressZlib(b.packed.constData(), uint32_t(b.packed.size()), buffer.data(),
-                           b.unpackedSize);
-#endif
         }
         QFile f(out + "/" + QString::number(n++));
         f.open(QIODevice::WriteOnly | QIODevice::Unbuffered);
         f.write(buffer.data(), b.unpackedSize);
     }
-#ifdef ZARNEL_HAVE_LIBDEFLATE
     libdeflate_free_decompressor(inflater);
-#endif
 }
 
 void benchExtract(const QString& dir, const std::vector<corpus::File>& files, bool lz4)
@@ -292,7 +281,6 @@ EngineResult runZlib(const std::vector<QByteArray>& blocks, int level)
 EngineResult runLibdeflate(const std::vector<QByteArray>& blocks, int level)
 {
     EngineResult r;
-#ifdef ZARNEL_HAVE_LIBDEFLATE
     libdeflate_compressor* c = libdeflate_alloc_compressor(level);
     std::vector<char> out;
     r.seconds = bestOf(3, [&] {
@@ -305,10 +293,6 @@ EngineResult runLibdeflate(const std::vector<QByteArray>& blocks, int level)
         }
     });
     libdeflate_free_compressor(c);
-#else
-    (void)blocks;
-    (void)level;
-#endif
     return r;
 }
 
@@ -391,11 +375,8 @@ void rawCreate(const std::vector<MemoryBlock>& blocks, const CreateCase& c, cons
 {
     const int fd = ::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     std::vector<char> out;
-#ifdef ZARNEL_HAVE_LIBDEFLATE
     libdeflate_compressor* deflater
         = c.version == 3 ? nullptr : libdeflate_alloc_compressor(c.zlibLevel);
-#endif
-    ZlibCompressor fallback(c.zlibLevel, ZlibEngine::Zlib);
     for (const MemoryBlock& b : blocks) {
         const size_t bound = size_t(std::max(lz4Bound(b.size), ZlibCompressor::bound(b.size)));
         if (out.size() < bound) out.resize(bound);
@@ -404,18 +385,12 @@ void rawCreate(const std::vector<MemoryBlock>& blocks, const CreateCase& c, cons
             n = c.lz4Mode == 1 ? compressLz4(b.data, int(b.size), out.data(), int(out.size()))
                                : compressLz4Large(b.data, int(b.size), out.data(), int(out.size()));
         } else {
-#ifdef ZARNEL_HAVE_LIBDEFLATE
             n = int64_t(libdeflate_zlib_compress(deflater, b.data, b.size, out.data(), out.size()));
-#else
-            n = fallback.compress(b.data, b.size, out.data(), out.size());
-#endif
         }
         if (n > 0 && ::write(fd, out.data(), size_t(n)) != n)
             std::fprintf(stderr, "write failed\n");
     }
-#ifdef ZARNEL_HAVE_LIBDEFLATE
     libdeflate_free_compressor(deflater);
-#endif
     ::close(fd);
 }
 

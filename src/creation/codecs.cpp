@@ -3,12 +3,9 @@
 #include <lz4.h>
 #include <zlib.h>
 
-#include <climits>
-#include <cstring>
-
-#ifdef ZARNEL_HAVE_LIBDEFLATE
 #include <libdeflate.h>
-#endif
+
+#include <climits>
 
 QByteArray compressZlib(const char* source, uint32_t length, int level)
 {
@@ -19,20 +16,14 @@ QByteArray compressZlib(const char* source, uint32_t length, int level)
 
 ZlibEngine effectiveZlibEngine(ZlibEngine engine, int level)
 {
-#ifdef ZARNEL_HAVE_LIBDEFLATE
     if (engine != ZlibEngine::Auto) return engine;
     // Measured on texture-like, mesh-like and incompressible data (bench/README.md): from level 2
-    // on, libdeflate packs each as small or smaller and runs faster; at level 1 its greedy
-    // matching loses about 7 points on mesh-like data, so zlib keeps that level.
+    // on, libdeflate packed each of those as small or smaller and ran faster; at level 1 its
+    // greedy matching lost about 7 points on mesh-like data, so zlib keeps that level.
     static const bool libdeflateWins[10]
         = {false, false, true, true, true, true, true, true, true, true};
     return level >= 0 && level <= 9 && libdeflateWins[level] ? ZlibEngine::Libdeflate
                                                              : ZlibEngine::Zlib;
-#else
-    (void)engine;
-    (void)level;
-    return ZlibEngine::Zlib;
-#endif
 }
 
 ZlibCompressor::ZlibCompressor(int level, ZlibEngine engine)
@@ -42,9 +33,7 @@ ZlibCompressor::ZlibCompressor(int level, ZlibEngine engine)
 
 ZlibCompressor::~ZlibCompressor()
 {
-#ifdef ZARNEL_HAVE_LIBDEFLATE
     libdeflate_free_compressor(deflater);
-#endif
 }
 
 int64_t ZlibCompressor::compress(const char* source, uint32_t length, char* destination,
@@ -52,7 +41,6 @@ int64_t ZlibCompressor::compress(const char* source, uint32_t length, char* dest
 {
     if (level < 1 || level > 9 || length > uint32_t(INT_MAX) || capacity < bound(length)) return -1;
     if (length == 0) return 0;
-#ifdef ZARNEL_HAVE_LIBDEFLATE
     if (engine == ZlibEngine::Libdeflate) {
         if (!deflater) deflater = libdeflate_alloc_compressor(level);
         if (!deflater) return -1;
@@ -60,7 +48,6 @@ int64_t ZlibCompressor::compress(const char* source, uint32_t length, char* dest
             = libdeflate_zlib_compress(deflater, source, length, destination, size_t(capacity));
         return n > 0 ? int64_t(n) : -1;
     }
-#endif
     // qCompress is compress2 behind a size prefix; called directly it writes the very same
     // stream straight into the caller's buffer, without a second copy of the block.
     uLongf produced = uLongf(capacity);
@@ -70,8 +57,6 @@ int64_t ZlibCompressor::compress(const char* source, uint32_t length, char* dest
         return -1;
     return int64_t(produced);
 }
-
-#ifdef ZARNEL_HAVE_LIBDEFLATE
 
 namespace {
 
@@ -103,28 +88,6 @@ bool decompressZlib(const char* stored, uint32_t packedSize, char* destination,
     return r == LIBDEFLATE_SUCCESS && produced == unpackedSize;
 }
 
-#else
-
-bool decompressZlib(const char* stored, uint32_t packedSize, char* destination,
-                    uint32_t unpackedSize)
-{
-    if (packedSize == 0 || packedSize > uint32_t(INT_MAX) - 4) return false;
-    QByteArray input(int(packedSize) + 4, Qt::Uninitialized);
-    uchar* p = reinterpret_cast<uchar*>(input.data());
-    p[0] = uchar(unpackedSize >> 24);
-    p[1] = uchar(unpackedSize >> 16);
-    p[2] = uchar(unpackedSize >> 8);
-    p[3] = uchar(unpackedSize);
-    std::memcpy(p + 4, stored, packedSize);
-    const QByteArray out = qUncompress(p, input.size());
-    // A null array is qUncompress's failure; an empty but valid stream gives a non-null one.
-    if (out.isNull() || uint32_t(out.size()) != unpackedSize) return false;
-    std::memcpy(destination, out.constData(), unpackedSize);
-    return true;
-}
-
-#endif
-
 int compressLz4(const char* source, int length, char* destination, int capacity)
 {
     const int n = LZ4_compress_default(source, destination, length, capacity);
@@ -138,4 +101,13 @@ bool decompressLz4(const char* stored, uint32_t packedSize, char* destination, u
     const int room = capacity > uint32_t(INT_MAX) ? INT_MAX : int(capacity);
     const int n = LZ4_decompress_safe(stored, destination, int(packedSize), room);
     return n >= 0 && uint32_t(n) == unpackedSize;
+}
+
+QString codecLibraryVersions()
+{
+    // libdeflate tells its version only at compile time; the other two say which library is
+    // actually loaded.
+    return QStringLiteral("zlib %1, libdeflate %2, lz4 %3")
+        .arg(QLatin1String(zlibVersion()), QLatin1String(LIBDEFLATE_VERSION_STRING),
+             QLatin1String(LZ4_versionString()));
 }

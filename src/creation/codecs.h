@@ -3,6 +3,7 @@
 // Each function is stateless and thread-safe.
 
 #include <QByteArray>
+#include <QString>
 
 #include <cstdint>
 
@@ -15,10 +16,12 @@ QByteArray compressZlib(const char* source, uint32_t length, int level);
 
 // The library that makes the zlib streams of versions 1 and 2. Both write RFC 1950 streams that
 // every reader decodes; only the bytes differ. Zlib gives exactly qCompress's streams; Auto takes
-// libdeflate at the levels where it compresses at least as well and faster (bench/README.md).
+// libdeflate at levels 2-9, where it was faster and packed as small or smaller on the benchmark's
+// texture-like, mesh-like and incompressible corpora (bench/README.md; other data, such as a
+// plain word list, can come out a few percent larger).
 enum class ZlibEngine { Auto, Zlib, Libdeflate };
 
-// The engine that runs at a level: Auto resolved, and Zlib when libdeflate is not built in.
+// The engine that runs at a level: Auto resolved.
 ZlibEngine effectiveZlibEngine(ZlibEngine engine, int level);
 
 // zlib compression of one block at a time into a caller's buffer. Keeps the engine's state
@@ -72,3 +75,6 @@ inline uint64_t lz4Bound(uint64_t n)
 {
     return n + n / 255 + 16;
 }
+
+// The codec libraries of this build and their versions: "zlib 1.2.13, libdeflate 1.14, lz4 1.9.4".
+QString codecLibraryVersions();
