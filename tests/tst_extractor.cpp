@@ -101,19 +101,25 @@ void TestExtractor::generalRoundTrip_data()
 {
     QTest::addColumn<uint>("version");
     QTest::addColumn<int>("pack");
-    QTest::newRow("v1 zlib") << 1u << int(Pack::Zlib);
-    QTest::newRow("v1 stored") << 1u << int(Pack::Stored);
-    QTest::newRow("v2 zlib") << 2u << int(Pack::Zlib);
-    QTest::newRow("v2 stored") << 2u << int(Pack::Stored);
-    QTest::newRow("v3 stored general") << 3u << int(Pack::Stored);
+    QTest::addColumn<uint>("code"); // version 3 only
+    QTest::newRow("v1 zlib") << 1u << int(Pack::Zlib) << 3u;
+    QTest::newRow("v1 stored") << 1u << int(Pack::Stored) << 3u;
+    QTest::newRow("v2 zlib") << 2u << int(Pack::Zlib) << 3u;
+    QTest::newRow("v2 stored") << 2u << int(Pack::Stored) << 3u;
+    QTest::newRow("v3 stored general") << 3u << int(Pack::Stored) << 3u;
+    QTest::newRow("v3 lz4 general") << 3u << int(Pack::Lz4) << 3u;
+    QTest::newRow("v3 zlib general") << 3u << int(Pack::Zlib) << 0u;
+    QTest::newRow("v8 zlib") << 8u << int(Pack::Zlib) << 3u;
 }
 
 void TestExtractor::generalRoundTrip()
 {
     QFETCH(uint, version);
     QFETCH(int, pack);
+    QFETCH(uint, code);
     Ba2Builder b;
     b.version = version;
+    b.compressionCode = code;
     QMap<QString, QByteArray> files {{"meshes/a/b/c.nif", patternBytes(70000, 1)},
                                      {"scripts/x.pex", patternBytes(3000, 2, false)},
                                      {"root.txt", QByteArray("root file")},
@@ -140,17 +146,21 @@ void TestExtractor::textureArchive_data()
 {
     QTest::addColumn<uint>("version");
     QTest::addColumn<int>("pack");
-    QTest::newRow("v3 lz4") << 3u << int(Pack::Lz4);
-    QTest::newRow("v1 zlib") << 1u << int(Pack::Zlib);
-    QTest::newRow("v2 stored") << 2u << int(Pack::Stored);
+    QTest::addColumn<uint>("code"); // version 3 only
+    QTest::newRow("v3 lz4") << 3u << int(Pack::Lz4) << 3u;
+    QTest::newRow("v3 zlib") << 3u << int(Pack::Zlib) << 0u;
+    QTest::newRow("v1 zlib") << 1u << int(Pack::Zlib) << 3u;
+    QTest::newRow("v2 stored") << 2u << int(Pack::Stored) << 3u;
 }
 
 void TestExtractor::textureArchive()
 {
     QFETCH(uint, version);
     QFETCH(int, pack);
+    QFETCH(uint, code);
     Ba2Builder b;
     b.version = version;
+    b.compressionCode = code;
     b.texture = true;
     const QByteArray c0 = patternBytes(1048576, 7), c1 = patternBytes(262144, 8),
                      c2 = patternBytes(87408, 9);
@@ -186,16 +196,24 @@ void TestExtractor::failures_data()
         Ba2Builder b;
         b.version = 3;
         b.addGeneral("stored.txt", "fine");
-        b.addGeneral("packed.bin", patternBytes(100, 1), Pack::Lz4);
-        QTest::newRow("v3 general compressed") << b.build() << int(ArchiveStatus::Ver3General)
-                                               << QStringList {"packed.bin=0", "stored.txt=4"};
+        TestEntry& e = b.addGeneral("packed.bin", patternBytes(100, 1), Pack::Lz4);
+        e.unpackedSize += 1;
+        QTest::newRow("v3 general lz4 wrong size") << b.build() << int(ArchiveStatus::Lz4Error)
+                                                   << QStringList {"packed.bin=0", "stored.txt=4"};
+        e.unpackedSize = uint32_t(e.stored.size()) * 255 + 17; // beyond any LZ4 expansion
+        QTest::newRow("v3 general lz4 expands too far")
+            << b.build() << int(ArchiveStatus::Lz4Error)
+            << QStringList {"packed.bin=0", "stored.txt=4"};
+        b.compressionCode = 0;
+        QTest::newRow("v3 code 0, lz4 data") << b.build() << int(ArchiveStatus::ZlibError)
+                                             << QStringList {"packed.bin=0", "stored.txt=4"};
     }
-    {
+    for (int format : {0, 68, 103, 116}) { // no size per pixel or block
         Ba2Builder b;
         b.texture = true;
-        b.addTexture("float.dds", 4, 4, 1, 2, {QByteArray(256, 'f')});
-        QTest::newRow("unknown texture format")
-            << b.build() << int(ArchiveStatus::UnsupportedFormat) << QStringList {"float.dds=0"};
+        b.addTexture("video.dds", 4, 4, 1, uint8_t(format), {QByteArray(256, 'f')});
+        QTest::addRow("texture format %d", format)
+            << b.build() << int(ArchiveStatus::UnsupportedFormat) << QStringList {"video.dds=0"};
     }
     {
         Ba2Builder b;

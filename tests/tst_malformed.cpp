@@ -109,9 +109,8 @@ void TestMalformed::check(const QByteArray& bytes, const QString& label)
     status = int(extractArchive(reader, target, none, 2).status);
     using S = ArchiveStatus;
     static const QSet<int> allowed {
-        int(S::Complete),    int(S::FileOpenError),     int(S::FileReadError),
-        int(S::Lz4Error),    int(S::ZlibError),         int(S::UnsafeName),
-        int(S::Ver3General), int(S::UnsupportedFormat), int(S::OutOfMemory)};
+        int(S::Complete),  int(S::FileOpenError), int(S::FileReadError),     int(S::Lz4Error),
+        int(S::ZlibError), int(S::UnsafeName),    int(S::UnsupportedFormat), int(S::OutOfMemory)};
     QVERIFY2(allowed.contains(status),
              qPrintable(QStringLiteral("%1: status %2").arg(label).arg(status)));
     // Verify and extraction decode the same pieces, so they agree.
@@ -130,13 +129,21 @@ void TestMalformed::check(const QByteArray& bytes, const QString& label)
 void TestMalformed::sweep_data()
 {
     QTest::addColumn<Ba2Builder>("b");
-    Ba2Builder g1, g2, t3, t1, t16;
+    Ba2Builder g1, g2, g3, g30, t3, t30, t1, t16;
     g1.addGeneral("meshes/a.nif", patternBytes(3000, 1), Pack::Zlib);
     g1.addGeneral("b.txt", "plain text", Pack::Stored);
     g2.version = 2;
     g2.addGeneral("x/y/z.bin", patternBytes(500, 2), Pack::Stored);
     g2.addGeneral("c.bin", patternBytes(700, 3), Pack::Zlib);
-    t3.version = 3;
+    g3.version = g30.version = t30.version = t3.version = 3;
+    g30.compressionCode = t30.compressionCode = 0;
+    g3.addGeneral("a.bin", patternBytes(900, 9), Pack::Lz4);
+    g30.addGeneral("a.bin", patternBytes(900, 9), Pack::Zlib);
+    g3.addGeneral("b.txt", "plain", Pack::Stored);
+    g30.addGeneral("b.txt", "plain", Pack::Stored);
+    t30.texture = true;
+    t30.addTexture("f.dds", 4, 4, 1, 2, {patternBytes(256, 10)}, Pack::Zlib).textureFlags = 0x801;
+    t30.addTexture("b.dds", 8, 4, 1, 81, {patternBytes(16, 11)}, Pack::Zlib);
     t3.texture = t1.texture = t16.texture = true;
     t3.addTexture("textures/a.dds", 16, 16, 3, 71, {patternBytes(128, 4), patternBytes(40, 5)},
                   Pack::Lz4);
@@ -150,7 +157,10 @@ void TestMalformed::sweep_data()
                    Pack::Zlib); // the most chunks a texture may have
     QTest::newRow("general v1 zlib") << g1;
     QTest::newRow("general v2 stored") << g2;
+    QTest::newRow("general v3 lz4") << g3;
+    QTest::newRow("general v3 zlib") << g30;
     QTest::newRow("texture v3 lz4") << t3;
+    QTest::newRow("texture v3 zlib, formats by code") << t30;
     QTest::newRow("texture v1 zlib") << t1;
     QTest::newRow("texture v1, 16 chunks") << t16;
 }

@@ -88,12 +88,15 @@ private:
 void TestReader::loads_data()
 {
     QTest::addColumn<Ba2Builder>("b");
-    for (uint32_t version : {1u, 2u, 3u, 7u}) { // 7 is read with the 24-byte header
-        Ba2Builder g = archive(version, false);
-        g.addGeneral("textures\\armor\\plate.dds", patternBytes(300, version), Pack::Zlib);
+    // 7 and 8 are read with the 24-byte header; 30 stands for version 3 with zlib (code 0).
+    for (uint32_t version : {1u, 2u, 3u, 7u, 8u, 30u}) {
+        Ba2Builder g = archive(version == 30 ? 3 : version, false);
+        g.compressionCode = version == 30 ? 0 : 3;
+        const Pack pack = version == 3 ? Pack::Lz4 : Pack::Zlib;
+        g.addGeneral("textures\\armor\\plate.dds", patternBytes(300, version), pack);
         g.addGeneral("", "");
         g.addGeneral("meshes/x.nif", "stored bytes");
-        g.addGeneral("b.bin", patternBytes(90, 9), version == 3 ? Pack::Lz4 : Pack::Zlib);
+        g.addGeneral("b.bin", patternBytes(90, 9), pack);
         g.trailingNameBytes = "TRAIL";
         QTest::addRow("general v%u", version) << g;
     }
@@ -205,7 +208,10 @@ void TestReader::refusals_data()
     Ba2Builder v3 = archive(3, true);
     v3.compressionCode = 0;
     v3.addTexture("a.dds", 4, 4, 1, 71, {QByteArray(8, 'x')});
-    QTest::newRow("v3 code 0") << v3.build() << int(OpenError::UnsupportedVer3);
+    for (uint32_t code : {1u, 2u, 4u}) {
+        v3.compressionCode = code;
+        QTest::addRow("v3 code %u", code) << v3.build() << int(OpenError::UnsupportedVer3);
+    }
     v3.compressionCode = 3;
     for (int size : {0, 23, 25}) {
         v3.entries[0].chunkRecordSize = uint16_t(size);
@@ -270,7 +276,7 @@ void TestReader::splitPathExamples()
 void TestReader::infoLines_data()
 {
     QTest::addColumn<QVector<qint64>>(
-        "fields"); // version, texture, file count, packed and unpacked total
+        "fields"); // version, texture, file count, packed and unpacked total[, code]
     QTest::addColumn<QString>("lines");
     QTest::newRow("one file, stored")
         << QVector<qint64> {2, 0, 1, 0, 0} << "BA2 Ver.2 (1 file)|Format: General|Compression: Non";
@@ -280,6 +286,9 @@ void TestReader::infoLines_data()
     QTest::newRow("lz4 small ratio")
         << QVector<qint64> {3, 1, 2, 1, 1000}
         << "BA2 Ver.3 (2 files)|Format: DDS(Texture)|Compression: LZ4 (0.10%)";
+    QTest::newRow("version 3, zlib")
+        << QVector<qint64> {3, 0, 2, 1, 3, 0}
+        << "BA2 Ver.3 (2 files)|Format: General|Compression: zlib (33.33%)";
     QTest::newRow("expanded") << QVector<qint64> {
         1, 1, 1234567, 2469,
         1000} << "BA2 Ver.1 (1,234,567 files)|Format: DDS(Texture)|Compression: zlib (246.90%)";
@@ -294,6 +303,7 @@ void TestReader::infoLines()
     r.fileCount = uint32_t(fields[2]);
     r.packedTotal = fields[3];
     r.unpackedTotal = fields[4];
+    r.compressionCode = uint32_t(fields.value(5, 3));
     QTEST(QStringList({archiveInfoLine1(r), archiveInfoLine2(r), archiveInfoLine3(r)}).join('|'),
           "lines");
 }

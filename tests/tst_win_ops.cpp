@@ -390,7 +390,7 @@ void TestWinOps::load_data()
     QTest::addColumn<LoadCase>("c");
     const QByteArray big = testutil::patternBytes(50000, 11),
                      small = testutil::patternBytes(900, 12);
-    testutil::Ba2Builder v1, v2, v3, v3code0, chunks, general;
+    testutil::Ba2Builder v1, v2, v3, v3code0, v3code2, chunks, general;
     v1.addGeneral("meshes/a.nif", big, Pack::Zlib);
     v1.addGeneral("meshes/b.nif", small, Pack::Zlib);
     v1.addGeneral("readme.txt", "plain", Pack::Stored);
@@ -407,9 +407,13 @@ void TestWinOps::load_data()
                                                  {big.left(256), big.mid(256, 64)}, Pack::Lz4);
     const double ratio3
         = float(float(t.chunks[0].packedSize + t.chunks[1].packedSize) / float(256 + 64) * 100.0);
-    v3code0.version = 3;
+    v3code0.version = v3code2.version = 3;
     v3code0.compressionCode = 0;
-    v3code0.addGeneral("a.txt", "abc");
+    v3code0.addGeneral("meshes/b.nif", small, Pack::Zlib);
+    const double ratio30
+        = float(float(v3code0.entries[0].packedSize) / float(small.size()) * 100.0);
+    v3code2.compressionCode = 2;
+    v3code2.addGeneral("a.txt", "abc");
     chunks.texture = true;
     chunks.addTexture("t.dds", 4, 4, 17, 28, QVector<QByteArray>(17, "pixels"));
     general.addGeneral("a.txt", "abc");
@@ -447,13 +451,23 @@ void TestWinOps::load_data()
     row("drop no archive",
         {"drop", "hello, no archive", noInfo, {"mixed.ba2"}, "-ACL", {}, one, 1});
     row("drop three bytes", {"drop", "BTD", noInfo, {"mixed.ba2"}, "-ACL", {}, one, 1});
-    row("open refused v3 code 0",
+    row("open v3 zlib",
         {"open",
          v3code0.build(),
+         {"BA2 Ver.3 (1 file)", "Format: General",
+          QString::asprintf("Compression: zlib (%3.2f%%)", ratio30)},
+         {"meshes/b.nif"},
+         "E-CL",
+         {},
+         "earlier",
+         0});
+    row("open refused v3 code 2",
+        {"open",
+         v3code2.build(),
          error,
          {},
          "---L",
-         {"warn|This is Ver3-BA2 of a kind not yet supported.(code:0)|Please report to the "
+         {"warn|This is Ver3-BA2 of a kind not yet supported.(code:2)|Please report to the "
           "author."},
          "earlier",
          0});

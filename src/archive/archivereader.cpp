@@ -129,7 +129,8 @@ bool ArchiveReader::open(const QString& path, Progress& progress)
     else
         return fail(OpenError::UnknownType);
     if (fileCount == 0) return fail(OpenError::NoFiles);
-    if (version == 3 && compressionCode != ba2::kCompressionLz4)
+    if (version == 3 && compressionCode != ba2::kCompressionLz4
+        && compressionCode != ba2::kCompressionZlib)
         return fail(OpenError::UnsupportedVer3);
 
     // Every record takes at least its fixed size in the file; refuse a count the file cannot
@@ -333,6 +334,6 @@ QString archiveInfoLine3(const ArchiveReader& reader)
     const float quotient = float(reader.packedTotal) / float(reader.unpackedTotal);
     const float ratio = float(double(quotient) * 100.0);
     return QStringLiteral("Compression: ")
-        + (reader.version == 3 ? QStringLiteral("LZ4") : QStringLiteral("zlib"))
+        + (reader.usesLz4() ? QStringLiteral("LZ4") : QStringLiteral("zlib"))
         + QString::asprintf(" (%3.2f%%)", double(ratio));
 }

@@ -56,7 +56,7 @@ enum class OpenError {
     NotArchive,         // too short for a header, or magic is not "BTDX"
     UnknownType,        // archiveType is neither "GNRL" nor "DX10"
     NoFiles,            // fileCount is 0
-    UnsupportedVer3,    // version 3 with a compression code other than 3 (warning box)
+    UnsupportedVer3,    // version 3 with a compression code other than 0 or 3 (warning box)
     TooManyChunks,      // a texture with more than 16 chunks (warning box)
     BadChunkRecordSize, // a texture whose chunk records are not 24 bytes
     RecordsTruncated,   // fileCount records cannot fit in the file, or a read came up short
@@ -81,6 +81,8 @@ public:
     bool close();
 
     OpenError openError() const { return lastError; }
+    // Whether compressed blocks are LZ4 blocks (version 3 with code 3) rather than zlib streams.
+    bool usesLz4() const { return version == 3 && compressionCode == ba2::kCompressionLz4; }
     // Why open() failed, in one line (empty after success); the window shows it as the text of
     // its warning box, with errorAdvice() as the informative text.
     QString errorText() const;

@@ -1,6 +1,7 @@
 #include "archive/ddsheader.h"
 
 #include "archive/archivereader.h"
+#include "archive/dxgi.h"
 #include "archive/format.h"
 
 #include <cstring>
@@ -23,7 +24,9 @@ constexpr uint32_t kLinearFlags = 0x81007; // caps, height, width, pixel format,
 constexpr uint32_t kMipCountFlag = 0x20000;
 constexpr uint32_t kCapsTexture = 0x1000;
 constexpr uint32_t kCapsMipmapped = 0x401008; // complex | texture | mipmap
+constexpr uint32_t kCapsComplex = 0x8;
 constexpr uint32_t kCaps2CubeAllFaces = 0xFE00;
+constexpr uint32_t kMiscTextureCube = 0x4;
 
 enum SizeRule : uint8_t { Pitch, Linear };
 
@@ -68,6 +71,12 @@ const FormatRow* findFormat(uint8_t code)
     return nullptr;
 }
 
+// Any other format with a fixed size is described only by its DXGI code in the extension.
+bool describedByCode(uint8_t code)
+{
+    return dxgiFormat(code).layout != DxgiLayout::Unsized;
+}
+
 } // namespace
 
 void initDdsHeader(unsigned char header[kDdsHeaderCapacity])
@@ -80,19 +89,26 @@ void initDdsHeader(unsigned char header[kDdsHeaderCapacity])
 
 bool ddsFormatSupported(uint8_t format)
 {
-    return findFormat(format) != nullptr;
+    return findFormat(format) != nullptr || describedByCode(format);
 }
 
 int buildDdsHeader(unsigned char header[kDdsHeaderCapacity], const FileRecord& record)
 {
     const FormatRow* row = findFormat(record.format);
-    if (!row) return 0;
+    const DxgiFormat& dxgi = dxgiFormat(record.format);
+    if (!row && dxgi.layout == DxgiLayout::Unsized) return 0;
 
     const uint32_t width = record.width;
     const uint32_t height = record.height;
     uint32_t flags;
     uint32_t pitchOrLinearSize;
-    if (row->rule == Pitch) {
+    if (!row) {
+        // Partial blocks and bytes count in full here, as DirectX-10-style readers expect.
+        const bool block = dxgi.layout == DxgiLayout::Block;
+        flags = block ? kLinearFlags : kPitchFlags;
+        pitchOrLinearSize = uint32_t(block ? dxgiLevelSize(record.format, width, height)
+                                           : dxgiRowPitch(record.format, width));
+    } else if (row->rule == Pitch) {
         flags = kPitchFlags;
         pitchOrLinearSize = width * row->bytes;
     } else {
@@ -108,19 +124,25 @@ int buildDdsHeader(unsigned char header[kDdsHeaderCapacity], const FileRecord& r
     ba2::writeLE32(header + 20, pitchOrLinearSize);
     ba2::writeLE32(header + 24, 1);
     ba2::writeLE32(header + 28, record.mipCount);
+    static const FormatRow byCode = {0, kFourCC, fourCC("DX10"), 0, {0, 0, 0, 0}, Pitch, 0, true};
+    if (!row) row = &byCode;
     ba2::writeLE32(header + 80, row->pixelFlags);
     ba2::writeLE32(header + 84, row->fourCC);
     ba2::writeLE32(header + 88, row->bitCount);
     for (int i = 0; i < 4; ++i)
         ba2::writeLE32(header + 92 + 4 * i, row->masks[i]);
-    ba2::writeLE32(header + 108, record.mipCount > 1 ? kCapsMipmapped : kCapsTexture);
-    ba2::writeLE32(header + 112, (record.textureFlags & 1) ? kCaps2CubeAllFaces : 0);
+    // Readers take a cube map for one only when it is also marked as a complex surface.
+    const bool cube = record.textureFlags & 1;
+    uint32_t caps = record.mipCount > 1 ? kCapsMipmapped : kCapsTexture;
+    if (cube) caps |= kCapsComplex;
+    ba2::writeLE32(header + 108, caps);
+    ba2::writeLE32(header + 112, cube ? kCaps2CubeAllFaces : 0);
 
     if (!row->dx10) return 128;
     ba2::writeLE32(header + 128, record.format);
-    ba2::writeLE32(header + 132, 3); // texture 2D
-    ba2::writeLE32(header + 136, 0);
-    ba2::writeLE32(header + 140, 1); // array size
+    ba2::writeLE32(header + 132, 3);                           // texture 2D
+    ba2::writeLE32(header + 136, cube ? kMiscTextureCube : 0); // six faces in one array slice
+    ba2::writeLE32(header + 140, 1);                           // array size
     ba2::writeLE32(header + 144, 0);
     return 148;
 }

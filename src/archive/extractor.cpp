@@ -54,12 +54,12 @@ struct Piece
 class PieceDecoder
 {
 public:
-    PieceDecoder(int fd, const char* mapped, uint64_t fileSize, uint32_t version, bool generalV3)
+    // lz4: compressed pieces are LZ4 blocks, otherwise zlib streams.
+    PieceDecoder(int fd, const char* mapped, uint64_t fileSize, bool lz4)
         : fd(fd)
         , mapped(mapped)
         , fileSize(fileSize)
-        , lz4(version == 3)
-        , generalV3(generalV3)
+        , lz4(lz4)
     { }
 
     // On success data/size describe the decoded bytes until the next call.
@@ -74,7 +74,6 @@ public:
             if (size == 0) return ArchiveStatus::Complete;
             return fetch(piece.dataOffset, size, data);
         }
-        if (generalV3) return ArchiveStatus::Ver3General;
         const uint64_t limit
             = lz4 ? lz4ExpansionLimit(piece.packedSize) : zlibExpansionLimit(piece.packedSize);
         const ArchiveStatus failure = lz4 ? ArchiveStatus::Lz4Error : ArchiveStatus::ZlibError;
@@ -147,7 +146,6 @@ private:
     const char* mapped;
     uint64_t fileSize;
     bool lz4;
-    bool generalV3;
     WorkBuffer packedBuffer;
     WorkBuffer unpackedBuffer;
 };
@@ -285,7 +283,6 @@ public:
         , state(pieces.size(), PieceState::Pending)
         , status(pieces.size(), ArchiveStatus::Complete)
     {
-        const bool generalV3 = reader.version == 3 && !reader.isTexture;
         if (digests) {
             nextToHash.resize(order.size());
             hashes.resize(order.size());
@@ -309,8 +306,7 @@ public:
         }
         for (int w = 0; w < jobs; ++w) {
             decoders.emplace_back(new PieceDecoder(reader.file.handle(), mapping.data(),
-                                                   uint64_t(reader.fileSize), reader.version,
-                                                   generalV3));
+                                                   uint64_t(reader.fileSize), reader.usesLz4()));
             PieceDecoder* decoder = decoders.back().get();
             try {
                 threads.emplace_back([this, decoder] { work(*decoder); });
@@ -755,7 +751,7 @@ ExtractResult extractArchive(ArchiveReader& reader, const QString& targetFolder,
     if (reader.isTexture) initDdsHeader(ddsHeader);
     ArchiveMapping mapping(reader);
     PieceDecoder decoder(reader.file.handle(), mapping.data(), uint64_t(reader.fileSize),
-                         reader.version, reader.version == 3 && !reader.isTexture);
+                         reader.usesLz4());
     size_t piece = 0;
 
     for (uint32_t i = 0; i < order.size(); ++i) {
@@ -825,7 +821,7 @@ bool verifyArchive(ArchiveReader& reader, QString& fault, int jobs,
     if (digests) digests->assign(reader.fileCount, QByteArray());
     ArchiveMapping mapping(reader);
     PieceDecoder decoder(reader.file.handle(), mapping.data(), uint64_t(reader.fileSize),
-                         reader.version, reader.version == 3 && !reader.isTexture);
+                         reader.usesLz4());
     std::unique_ptr<PieceWorkers> workers;
     if (jobs > 1 && worthThreads(pieces))
         workers.reset(new PieceWorkers(reader, order, pieces, ownersOf(reader, order), mapping,

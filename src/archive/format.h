@@ -11,7 +11,8 @@ namespace ba2 {
 constexpr uint32_t kMagic = 0x58445442;       // "BTDX"
 constexpr uint32_t kTypeGeneral = 0x4C524E47; // "GNRL"
 constexpr uint32_t kTypeTexture = 0x30315844; // "DX10"
-constexpr uint32_t kCompressionLz4 = 3;       // the only version-3 compression code we accept
+constexpr uint32_t kCompressionZlib = 0;      // version-3 compression codes we read
+constexpr uint32_t kCompressionLz4 = 3;
 
 constexpr uint32_t kGeneralRecordSize = 36;
 constexpr uint32_t kTextureRecordSize = 24;
