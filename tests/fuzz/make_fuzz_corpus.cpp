@@ -48,19 +48,25 @@ int main(int argc, char** argv)
     const QString root = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QStringLiteral("fuzz-corpus");
     const QString archives = root + "/archive";
     int n = 0;
-    for (uint32_t version : {1u, 2u, 3u}) {
+    // 30: version 3 with zlib (compression code 0).
+    for (uint32_t kind : {1u, 2u, 3u, 30u}) {
+        const uint32_t version = kind == 30 ? 3 : kind;
         for (bool texture : {false, true}) {
             Ba2Builder b;
             b.version = version;
+            b.compressionCode = kind == 30 ? 0 : 3;
             b.texture = texture;
-            const Pack pack = version == 3 ? Pack::Lz4 : Pack::Zlib;
+            const Pack pack = kind == 3 ? Pack::Lz4 : Pack::Zlib;
             if (texture) {
                 b.addTexture("textures/a.dds", 8, 8, 2, 71,
                              {patternBytes(32, 1), patternBytes(8, 2)}, pack);
                 b.addTexture("textures\\b.dds", 4, 4, 1, 98, {patternBytes(16, 3)}, Pack::Stored);
+                // Formats named only by their code, one of them a cube map.
+                b.addTexture("c.dds", 4, 2, 1, 2, {patternBytes(128, 4)}, pack).textureFlags
+                    = 0x801;
+                b.addTexture("d.dds", 5, 5, 1, 81, {patternBytes(32, 5)}, pack);
             } else {
-                b.addGeneral("meshes/a.nif", patternBytes(200, 4),
-                             version == 3 ? Pack::Stored : pack);
+                b.addGeneral("meshes/a.nif", patternBytes(200, 4), pack);
                 b.addGeneral("b.txt", "hello");
             }
             put(archives, QStringLiteral("built%1.ba2").arg(n++), b.build());
@@ -76,6 +82,7 @@ int main(int argc, char** argv)
                 else
                     big.addGeneral(name + ".bin", patternBytes(18000, uint32_t(i), false),
                                    i == 2 ? Pack::Stored : pack);
+                big.compressionCode = b.compressionCode;
             }
             put(archives, QStringLiteral("built%1.ba2").arg(n++), big.build());
         }
