@@ -205,7 +205,7 @@ void TestDds::header_data()
                               << makeDds(dxt1, 256, 256, 9, 0, {0xA1007, 32768, 0x401008, 0xFE00});
     QTest::newRow("cube bit alone")
         << record(72, 256, 256, 9, 0x0001)
-        << makeDds(dx10(72), 256, 256, 9, 0, {0xA1007, 32768, 0x401008, 0xFE00, 4});
+        << makeDds(dx10(72), 256, 256, 9, 0, {0xA1007, 32768, 0x401008, 0xFE00, 3, 4});
     QTest::newRow("cube map, one level")
         << record(71, 256, 256, 1, 0x0801)
         << makeDds(dxt1, 256, 256, 1, 0, {0xA1007, 32768, 0x1008, 0xFE00});
@@ -219,7 +219,7 @@ void TestDds::header_data()
         << record(81, 6, 6, 3) << makeDds(dx10(81), 6, 6, 3, 0, {0xA1007, 32, 0x401008});
     QTest::newRow("BC6H signed 2x2, cube")
         << record(96, 2, 2, 1, 0x0801)
-        << makeDds(dx10(96), 2, 2, 1, 0, {0xA1007, 16, 0x1008, 0xFE00, 4});
+        << makeDds(dx10(96), 2, 2, 1, 0, {0xA1007, 16, 0x1008, 0xFE00, 3, 4});
     QTest::newRow("all other flag bits")
         << record(71, 256, 256, 9, 0xFFFE)
         << makeDds(dxt1, 256, 256, 9, 0, {0xA1007, 32768, 0x401008});
