@@ -625,6 +625,7 @@ void TestWinOps::extract_data()
 {
     QTest::addColumn<QString>("run"); // how the folder is chosen: plain, slash or cancel
     QTest::addColumn<QByteArray>("archive");
+    QTest::addColumn<QList<int>>("rows"); // selected for Extract Selected; none: Extract All
     QTest::addColumn<QString>("box");
     QTest::addColumn<Tree>("output"); // in out/ afterwards
     Tree extracted;
@@ -636,39 +637,62 @@ void TestWinOps::extract_data()
     testutil::TestEntry& bad = b.addGeneral("bad.txt", testutil::patternBytes(4000, 3), Pack::Zlib);
     bad.stored[bad.stored.size() / 2] = char(bad.stored[bad.stored.size() / 2] ^ 0x55);
     bad.stored[2] = char(0xFF);
-    QTest::newRow("extract") << "plain" << generalArchive() << "info|Extract All|Complete."
+    const QList<int> all;
+    QTest::newRow("extract") << "plain" << generalArchive() << all << "info|Extract All|Complete."
                              << extracted;
     // A chosen folder that already ends in '/' gets no second one.
     QTest::newRow("folder with slash")
-        << "slash" << generalArchive() << "info|Extract All|Complete." << extracted;
-    QTest::newRow("cancelled") << "cancel" << generalArchive() << "info|Extract All|Aborted."
+        << "slash" << generalArchive() << all << "info|Extract All|Complete." << extracted;
+    QTest::newRow("cancelled") << "cancel" << generalArchive() << all << "info|Extract All|Aborted."
                                << Tree();
     QTest::newRow("corrupt zlib block")
-        << "plain" << b.build() << "warn|Extract All|Extract All Error.\n Decompress(zlib) Error."
+        << "plain" << b.build() << all
+        << "warn|Extract All|Extract All Error.\n Decompress(zlib) Error."
         << Tree {{"good.txt", "fine"}, {"bad.txt", ""}}; // as far as written
+    // Records in archive order: data/sub/file.txt, data/a.txt, data/a/x.txt, data/a_b.txt, ...
+    QTest::newRow("selected") << "plain" << generalArchive() << QList<int> {4, 1}
+                              << "info|Extract Selected|Complete."
+                              << Tree {{"data/a.txt", extracted["data/a.txt"]},
+                                       {"data/ab.txt", extracted["data/ab.txt"]}};
+    QTest::newRow("selected, cancelled") << "cancel" << generalArchive() << QList<int> {0, 5}
+                                         << "info|Extract Selected|Aborted." << Tree();
+    QTest::newRow("selected corrupt block")
+        << "plain" << b.build() << QList<int> {1}
+        << "warn|Extract Selected|Extract All Error.\n Decompress(zlib) Error."
+        << Tree {{"bad.txt", ""}};
 }
 
 void TestWinOps::extract()
 {
     QFETCH(QString, run);
     QFETCH(QByteArray, archive);
+    QFETCH(QList<int>, rows);
     QFETCH(QString, box);
     QFETCH(Tree, output);
     const QString out = path("out");
+    const QString label = rows.isEmpty() ? "Extract All" : "Extract Selected";
     QVERIFY(QDir().mkpath(out) && testutil::writeFile(path("a.ba2"), archive));
     auto w = startWindow();
     dialogs->answers << path("a.ba2") << (run == "slash" ? out + '/' : out);
     w->ui->pushButton_File->click();
     std::unique_ptr<Canceller> canceller;
-    if (run == "cancel") canceller = std::make_unique<Canceller>("Extract All");
-    w->ui->pushButton_ExtractAll->click();
+    if (run == "cancel") canceller = std::make_unique<Canceller>(label);
+    if (rows.isEmpty()) {
+        w->ui->pushButton_ExtractAll->click();
+    } else {
+        for (int row : rows)
+            w->ui->listWidget_Files->item(row)->setSelected(true);
+        std::unique_ptr<QMenu> menu(w->makeFileListMenu());
+        QCOMPARE(menu->actions().size(), 2);
+        QVERIFY(menu->actions()[0]->isEnabled());
+        menu->actions()[0]->trigger();
+    }
 
     QVERIFY(!canceller || canceller->fired);
     QCOMPARE(dialogs->asked.last(), QStringLiteral("dir Pick a folder to extract to||3"));
     QCOMPARE(dialogs->boxes, QStringList {box});
     const bool complete = box.endsWith("Complete.");
-    QCOMPARE(w->statusBar()->currentMessage(),
-             complete ? QString(" Extract All Complete!") : " Extract All Error!");
+    QCOMPARE(w->statusBar()->currentMessage(), ' ' + label + (complete ? " Complete!" : " Error!"));
     QCOMPARE(readTree(out), output);
     QCOMPARE(controls(*w), QStringLiteral("E-CL"));
     QCOMPARE(setting("ExtractAllDir").toString(), out + '/');
@@ -731,6 +755,23 @@ void TestWinOps::listViews()
     if (view != "action_NotShown" && count > 0)
         QCOMPARE((QStringList {texts.first(), texts[999]}),
                  (QStringList {"1: " + name(0), "1,000: " + name(999)}));
+
+    // Ctrl+A and the context menu: marker lines are never files; sources offer Copy Names only.
+    w->ui->listWidget_Files->selectAll();
+    std::unique_ptr<QMenu> menu(w->makeFileListMenu());
+    QStringList actions;
+    for (QAction* a : menu->actions())
+        actions << a->text() + (a->isEnabled() ? "" : " (off)");
+    const bool abbreviated = last.startsWith("<<< This is an abbreviated");
+    const int files = view == "action_NotShown" ? 0 : items - int(abbreviated);
+    const QString off = files ? "" : " (off)";
+    QCOMPARE(actions.join('|'),
+             (archive ? "Extract Selected..." + off + '|' : QString()) + "Copy Names" + off);
+    QApplication::clipboard()->clear();
+    menu->actions().last()->trigger();
+    const QString copied = QApplication::clipboard()->text();
+    QCOMPARE(copied.isEmpty() ? 0 : copied.split('\n').size(), files);
+    if (files) QCOMPARE(copied.section('\n', -1), name(files - 1).toLower());
 }
 
 void TestWinOps::assistance_data()

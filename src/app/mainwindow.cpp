@@ -32,6 +32,7 @@ void MainWindow::setArg(int argc, char** argv)
 void MainWindow::initialize()
 {
     ui->setupUi(this);
+    setupFileListMenu();
     iniFileName.clear();
     iniFileName.append(QStringLiteral("Zarnel.ini"));
     loadSettings();

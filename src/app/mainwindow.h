@@ -11,11 +11,13 @@
 #include <QString>
 
 #include <cstdint>
+#include <vector>
 
 class ArchiveReader;
 class QDragEnterEvent;
 class QDropEvent;
 class QListWidgetItem;
+class QMenu;
 class QProgressDialog;
 
 namespace Ui {
@@ -87,6 +89,14 @@ public:
     QProgressDialog* makeEngineDialog(const QString& label);
     // Tear-down shared by the destructor and Exit.
     void tearDown();
+    // The file list's selection and context menu (Extract Selected, Copy Names).
+    void setupFileListMenu();
+    QMenu* makeFileListMenu();
+    std::vector<uint32_t> selectedFileRows() const;
+    void copySelectedNames();
+    void extractSelected();
+    // Extract All (selection null) or Extract Selected: folder dialog, engine, status bar.
+    void runExtraction(const std::vector<uint32_t>* selection);
 
     // --- members, in declaration order ---
     NameHashTable hashTable; // nameHashTable and nameHashReady
@@ -124,6 +134,10 @@ public:
     QString openArchiveDir;
     QString createArchiveDir;
     QString dropFileDir;
+    // The list's first fileItemCount rows are files (of the archive when fileItemsAreArchive,
+    // else sources); any rows after them are marker lines.
+    uint32_t fileItemCount = 0;
+    bool fileItemsAreArchive = false;
 
 private:
     bool tornDown = false;

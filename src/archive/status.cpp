@@ -58,7 +58,7 @@ QString statusDetail(SaveStatus status)
 
 QString outcomeTitle(ArchiveStatus)
 {
-    return QStringLiteral("Extract All");
+    return extractCommandName(ExtractScope::All);
 }
 
 QString outcomeTitle(SaveStatus)
@@ -95,10 +95,17 @@ QString failureLine(SaveStatus status)
     return detail.isEmpty() ? QStringLiteral("Save Archive Error.") : detail;
 }
 
-QString extractStatusBarText(ArchiveStatus status)
+QString extractCommandName(ExtractScope scope)
 {
-    return status == ArchiveStatus::Complete ? QStringLiteral(" Extract All Complete!")
-                                             : QStringLiteral(" Extract All Error!");
+    return scope == ExtractScope::All ? QStringLiteral("Extract All")
+                                      : QStringLiteral("Extract Selected");
+}
+
+QString extractStatusBarText(ArchiveStatus status, ExtractScope scope)
+{
+    return QLatin1Char(' ') + extractCommandName(scope)
+        + (status == ArchiveStatus::Complete ? QStringLiteral(" Complete!")
+                                             : QStringLiteral(" Error!"));
 }
 
 QString outcomeTitle(LoadStatus)

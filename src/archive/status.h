@@ -85,8 +85,12 @@ QString saveErrorText(const QString& detail);
 QString failureLine(ArchiveStatus status);
 QString failureLine(SaveStatus status);
 
-// The status-bar line the window shows after Extract All.
-QString extractStatusBarText(ArchiveStatus status);
+// The window's two extraction commands: every file, or the files selected in the list.
+enum class ExtractScope { All, Selected };
+// The command's name: the progress dialog's label and the outcome box's text.
+QString extractCommandName(ExtractScope scope);
+// The status-bar line the window shows after Extract All or Extract Selected.
+QString extractStatusBarText(ArchiveStatus status, ExtractScope scope = ExtractScope::All);
 
 // The box of a failed or cancelled load: "Read Files." with "Aborted.", "BA2 File Error" or
 // "File Error".

@@ -60,6 +60,11 @@ void MainWindow::createArchive(const QString& targetPath)
 
 void MainWindow::on_pushButton_ExtractAll_clicked()
 {
+    runExtraction(nullptr);
+}
+
+void MainWindow::runExtraction(const std::vector<uint32_t>* selection)
+{
     if (!readerActive || !extractEnabled) return;
     QString folder = Dialogs::current().getExistingDirectory(
         this, tr("Pick a folder to extract to"), extractAllDir,
@@ -73,8 +78,11 @@ void MainWindow::on_pushButton_ExtractAll_clicked()
     saveSettings();
 
     ui->listWidget_Files->setEnabled(false);
-    QProgressDialog* dialog = makeEngineDialog(QStringLiteral("Extract All"));
-    const ArchiveStatus status = Gui::extractAll(*reader, folder, dialog);
+    const ExtractScope scope = selection ? ExtractScope::Selected : ExtractScope::All;
+    QProgressDialog* dialog = makeEngineDialog(extractCommandName(scope));
+    const ArchiveStatus status = selection
+        ? Gui::extractSelected(*reader, folder, dialog, *selection)
+        : Gui::extractAll(*reader, folder, dialog);
     dialog->close();
     delete dialog;
     ui->listWidget_Files->setEnabled(true);
@@ -82,7 +90,7 @@ void MainWindow::on_pushButton_ExtractAll_clicked()
     updateUi();
 
     // Success fades after ten seconds; an error stays until something replaces it.
-    statusBar()->showMessage(extractStatusBarText(status),
+    statusBar()->showMessage(extractStatusBarText(status, scope),
                              status == ArchiveStatus::Complete ? 10000 : 0);
 
     sourcePath.clear();

@@ -14,7 +14,7 @@ namespace {
 
 // Both engines end the same way: a full bar after success, the dialog gone, then the box.
 template<typename Status>
-Status report(Status status, QProgressDialog* progress)
+Status report(Status status, QProgressDialog* progress, const QString& title)
 {
     if (int(status) == 1) {
         progress->setMaximum(100);
@@ -24,7 +24,7 @@ Status report(Status status, QProgressDialog* progress)
     QApplication::processEvents();
     Dialogs::current().showMessage(isFailure(status) ? QMessageBox::Warning
                                                      : QMessageBox::Information,
-                                   outcomeTitle(status), outcomeText(status));
+                                   title, outcomeText(status));
     return status;
 }
 
@@ -48,7 +48,16 @@ ArchiveStatus extractAll(ArchiveReader& reader, QString targetFolder,
 {
     DialogProgress adapter(progressDialog);
     const ExtractResult result = extractArchive(reader, targetFolder, adapter, defaultJobCount());
-    return report(result.status, progressDialog);
+    return report(result.status, progressDialog, outcomeTitle(result.status));
+}
+
+ArchiveStatus extractSelected(ArchiveReader& reader, QString targetFolder,
+                              QProgressDialog* progressDialog, const std::vector<uint32_t>& rows)
+{
+    DialogProgress adapter(progressDialog);
+    const ExtractResult result
+        = extractArchive(reader, targetFolder, adapter, defaultJobCount(), &rows);
+    return report(result.status, progressDialog, extractCommandName(ExtractScope::Selected));
 }
 
 SaveStatus saveArchive(SourceList& sources, QString targetPath, bool isTexture, int version,
@@ -59,7 +68,7 @@ SaveStatus saveArchive(SourceList& sources, QString targetPath, bool isTexture, 
     const WriteResult result
         = writeArchive(sources, targetPath, isTexture, version, zlibLevel, lz4Mode, adapter,
                        creationJobs(sources, defaultJobCount()));
-    return report(result.status, progress);
+    return report(result.status, progress, outcomeTitle(result.status));
 }
 
 } // namespace Gui

@@ -7,6 +7,8 @@
 
 #include <QString>
 
+#include <vector>
+
 class ArchiveReader;
 class QProgressBar;
 class QProgressDialog;
@@ -22,6 +24,9 @@ bool open(ArchiveReader& reader, QString path, QProgressBar* progressBar);
 // caller, window-modal), then closes it and shows the "Extract All" box.
 ArchiveStatus extractAll(ArchiveReader& reader, QString targetFolder,
                          QProgressDialog* progressDialog);
+// The same for the records named by rows (ascending), with the "Extract Selected" box.
+ArchiveStatus extractSelected(ArchiveReader& reader, QString targetFolder,
+                              QProgressDialog* progressDialog, const std::vector<uint32_t>& rows);
 
 // Writes sources into targetPath, driving the dialog (owned by the caller, window-modal). An
 // empty source list returns NoSources at once and shows nothing; every other outcome closes the

@@ -43,6 +43,15 @@ void appendNumbered(QStringList& items, uint64_t count, int listView, NameOf nam
     }
 }
 
+// How many of the rows a fill makes stand for files: none in the not-shown view, at most the
+// first thousand in the abbreviated one.
+uint32_t fileRows(uint64_t count, int listView)
+{
+    if (listView == 0) return 0;
+    if (listView == 2) count = qMin<uint64_t>(count, kAbbreviatedLimit);
+    return uint32_t(qMin<uint64_t>(count, INT_MAX));
+}
+
 } // namespace
 
 void MainWindow::fillArchiveList()
@@ -79,6 +88,8 @@ void MainWindow::fillArchiveList()
             });
     }
     list->addItems(items);
+    fileItemsAreArchive = true;
+    fileItemCount = fileRows(reader->fileCount, listView);
 
     list->setEnabled(true);
     list->show();
@@ -107,6 +118,8 @@ void MainWindow::fillSourceList()
             [](uint64_t) {});
     }
     list->addItems(items);
+    fileItemsAreArchive = false;
+    fileItemCount = fileRows(sources.size(), listView);
 
     list->setEnabled(true);
     list->show();
