@@ -85,7 +85,8 @@ bool writeAt(int fd, const char* bytes, uint64_t length, uint64_t offset)
 // Returns Complete, FileReadError (the input ended early) or FileWriteError.
 SaveStatus copyRange(int in, uint64_t from, int out, uint64_t to, uint64_t length, Buffer& scratch)
 {
-    bool kernel = true;
+    // The kernel copies page-aligned runs fastest; shifted ones go faster through a buffer.
+    bool kernel = from % 4096 == to % 4096;
     while (length > 0) {
         const uint64_t step = std::min<uint64_t>(length, kCopyStep);
         if (kernel) {
@@ -447,6 +448,15 @@ ConvertResult convertArchive(const ArchiveReader& reader, const QString& targetP
         uint64_t cursor = outHeader + recordBytes;
         size_t nextWork = 0;
         uint32_t shownFile = UINT32_MAX;
+        // Copied blocks that lie one after another go in one piece.
+        uint64_t runFrom = 0, runLength = 0;
+        uint32_t runFile = 0;
+        const auto flush = [&]() {
+            const SaveStatus status
+                = copyRange(in, runFrom, out.fd, cursor - runLength, runLength, scratch);
+            runLength = 0;
+            return status;
+        };
         for (const Block& b : blocks) {
             if (b.file != shownFile) {
                 shownFile = b.file;
@@ -455,6 +465,15 @@ ConvertResult convertArchive(const ArchiveReader& reader, const QString& targetP
             if (progress.wasCanceled()) return fail(SaveStatus::Aborted, false, QString());
             uint32_t packed = b.packedSize;
             uint64_t length = b.stored();
+            const bool joins = !b.transcode && runLength > 0 && runFrom + runLength == b.offset
+                && runLength < kCopyStep;
+            if (runLength > 0 && !joins) {
+                const SaveStatus status = flush();
+                if (status != SaveStatus::Complete)
+                    return fail(status, status == SaveStatus::FileReadError,
+                                status == SaveStatus::FileReadError ? reader.nameOf(runFile)
+                                                                    : out.name());
+            }
             if (b.transcode) {
                 const Recoded& r = recoded.get(nextWork);
                 if (r.status != SaveStatus::Complete)
@@ -464,17 +483,19 @@ ConvertResult convertArchive(const ArchiveReader& reader, const QString& targetP
                 packed = r.packedSize;
                 length = r.length;
                 recoded.release(nextWork++);
+            } else if (joins) {
+                runLength += length;
             } else {
-                const SaveStatus status = copyRange(in, b.offset, out.fd, cursor, length, scratch);
-                if (status != SaveStatus::Complete)
-                    return fail(status, status == SaveStatus::FileReadError,
-                                status == SaveStatus::FileReadError ? reader.nameOf(b.file)
-                                                                    : out.name());
+                runFrom = b.offset, runLength = length, runFile = b.file;
             }
             ba2::writeLE64(patch + b.patchAt, cursor);
             ba2::writeLE32(patch + b.patchAt + 8, packed);
             cursor += length;
         }
+        const SaveStatus copied = flush();
+        if (copied != SaveStatus::Complete)
+            return fail(copied, copied == SaveStatus::FileReadError,
+                        copied == SaveStatus::FileReadError ? reader.nameOf(runFile) : out.name());
         progress.setValue(int(std::min<uint32_t>(count, INT32_MAX)));
         if (!writeAt(out.fd, records.constData(), recordBytes, outHeader))
             return fail(SaveStatus::FileWriteError, false, out.name());
