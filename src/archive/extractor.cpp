@@ -9,15 +9,14 @@
 #include <QFileInfo>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <cstring>
-#include <deque>
 #include <memory>
 #include <mutex>
 #include <new>
-#include <optional>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -26,6 +25,7 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <zlib.h>
 
 namespace {
 
@@ -41,118 +41,47 @@ uint64_t lz4ExpansionLimit(uint64_t packed)
     return packed * 255 + 16;
 }
 
+// A stored or zlib block larger than a worker's share of this is read, decoded and written in
+// windows, so that memory stays bounded whatever the size of the block.
+constexpr uint64_t kWholeBlockBudget = 96u << 20;
+constexpr uint64_t kWholeBlockMax = 32u << 20;
+constexpr uint32_t kWindow = 4u << 20;
+
 // One stored block: a general file, or one chunk of a texture.
 struct Piece
 {
     uint64_t dataOffset;
     uint32_t packedSize;
     uint32_t unpackedSize;
+    uint64_t stored() const { return packedSize ? packedSize : unpackedSize; }
 };
 
-// Reads and decodes pieces into work buffers that follow the largest piece actually handled.
-// Reads use pread on the archive's descriptor, so several decoders may share one open file.
-class PieceDecoder
+// Left uninitialised on purpose: a page the decoder never writes is never touched, so a record
+// that claims far more than its stream yields costs address space, not memory.
+class WorkBuffer
 {
 public:
-    // lz4: compressed pieces are LZ4 blocks, otherwise zlib streams.
-    PieceDecoder(int fd, const char* mapped, uint64_t fileSize, bool lz4)
-        : fd(fd)
-        , mapped(mapped)
-        , fileSize(fileSize)
-        , lz4(lz4)
-    { }
-
-    // On success data/size describe the decoded bytes until the next call.
-    ArchiveStatus decode(const Piece& piece)
+    bool reserve(size_t need)
     {
-        const uint64_t stored = piece.packedSize ? piece.packedSize : piece.unpackedSize;
-        if (piece.dataOffset > fileSize || stored > fileSize - piece.dataOffset)
-            return ArchiveStatus::FileReadError;
-        size = piece.unpackedSize;
-        data = nullptr;
-        if (piece.packedSize == 0) {
-            if (size == 0) return ArchiveStatus::Complete;
-            return fetch(piece.dataOffset, size, data);
-        }
-        const uint64_t limit
-            = lz4 ? lz4ExpansionLimit(piece.packedSize) : zlibExpansionLimit(piece.packedSize);
-        const ArchiveStatus failure = lz4 ? ArchiveStatus::Lz4Error : ArchiveStatus::ZlibError;
-        if (piece.unpackedSize > limit) return failure;
-        if (!reserve(unpackedBuffer, std::max<uint32_t>(size, 1)))
-            return ArchiveStatus::OutOfMemory;
-        const char* packed = nullptr;
-        const ArchiveStatus fetched = fetch(piece.dataOffset, piece.packedSize, packed);
-        if (fetched != ArchiveStatus::Complete) return fetched;
-        const bool ok = lz4 ? decompressLz4(packed, piece.packedSize, unpackedBuffer.data(),
-                                            uint32_t(unpackedBuffer.size()), size)
-                            : decompressZlib(packed, piece.packedSize, unpackedBuffer.data(), size);
-        if (!ok) return failure;
-        data = unpackedBuffer.data();
-        return ArchiveStatus::Complete;
+        if (capacity >= need) return true;
+        bytes.reset();
+        capacity = 0;
+        bytes.reset(new (std::nothrow) char[need + 4096]);
+        if (!bytes) return false;
+        capacity = need + 4096;
+        return true;
     }
-
-    const char* data = nullptr;
-    uint32_t size = 0;
+    char* data() const { return bytes.get(); }
+    size_t size() const { return capacity; }
 
 private:
-    // Left uninitialised on purpose: a page the decoder never writes is never touched, so a
-    // record that claims far more than its stream yields costs address space, not memory.
-    struct WorkBuffer
-    {
-        std::unique_ptr<char[]> bytes;
-        size_t capacity = 0;
-        char* data() const { return bytes.get(); }
-        size_t size() const { return capacity; }
-    };
-
-    static bool reserve(WorkBuffer& buffer, size_t need)
-    {
-        if (buffer.capacity >= need) return true;
-        buffer.bytes.reset();
-        buffer.capacity = 0;
-        buffer.bytes.reset(new (std::nothrow) char[need + 4096]);
-        if (!buffer.bytes) return false;
-        buffer.capacity = need + 4096;
-        return true;
-    }
-
-    // The bytes at offset, straight from the mapping when there is one (no copy).
-    ArchiveStatus fetch(uint64_t offset, uint32_t length, const char*& bytes)
-    {
-        bytes = nullptr;
-        if (mapped) {
-            bytes = mapped + offset;
-            return ArchiveStatus::Complete;
-        }
-        if (!reserve(packedBuffer, length)) return ArchiveStatus::OutOfMemory;
-        if (!readAt(offset, packedBuffer.data(), length)) return ArchiveStatus::FileReadError;
-        bytes = packedBuffer.data();
-        return ArchiveStatus::Complete;
-    }
-
-    bool readAt(uint64_t offset, char* out, uint32_t length)
-    {
-        uint32_t done = 0;
-        while (done < length) {
-            const ssize_t got = ::pread(fd, out + done, length - done, off_t(offset + done));
-            if (got < 0 && errno == EINTR) continue;
-            if (got <= 0) return false;
-            done += uint32_t(got);
-        }
-        return true;
-    }
-
-    int fd;
-    const char* mapped;
-    uint64_t fileSize;
-    bool lz4;
-    WorkBuffer packedBuffer;
-    WorkBuffer unpackedBuffer;
+    std::unique_ptr<char[]> bytes;
+    size_t capacity = 0;
 };
 
 // A read-only mapping of the whole archive, so blocks are decoded without being copied.
 // Every page read stays resident until it is unmapped, so without forget() a large archive
-// would count in full against the process: pages of finished pieces are given back in
+// would count in full against the process: pages of finished ranges are given back in
 // batches. A page dropped under a thread that still reads it is faulted in again from the
 // page cache, so forgetting too much costs time, never correctness.
 class ArchiveMapping
@@ -176,15 +105,14 @@ public:
 
     const char* data() const { return bytes; }
 
-    // Not thread-safe: callers take turns.
-    void forget(const Piece& piece)
+    void forget(uint64_t offset, uint64_t length)
     {
-        if (!bytes || piece.dataOffset >= size) return;
-        const uint64_t stored = piece.packedSize ? piece.packedSize : piece.unpackedSize;
-        const uint64_t end = std::min<uint64_t>(piece.dataOffset + stored, size);
-        low = pending ? std::min(low, piece.dataOffset) : piece.dataOffset;
+        if (!bytes || offset >= size || length == 0) return;
+        const uint64_t end = std::min<uint64_t>(offset + length, size);
+        std::lock_guard<std::mutex> lock(mutex);
+        low = pending ? std::min(low, offset) : offset;
         high = pending ? std::max(high, end) : end;
-        pending += stored;
+        pending += end - offset;
         if (pending < kBatch) return;
         static const uint64_t page = uint64_t(::sysconf(_SC_PAGESIZE));
         const uint64_t from = low / page * page;
@@ -197,350 +125,190 @@ private:
     static constexpr uint64_t kBatch = 16u << 20;
     char* bytes = nullptr;
     size_t size;
+    std::mutex mutex;
     uint64_t low = 0, high = 0, pending = 0;
 };
 
-// The record indexes an extraction handles: the caller's selection (ascending, those out of
-// range dropped) or every file.
-std::vector<uint32_t> filesToHandle(const ArchiveReader& reader,
-                                    const std::vector<uint32_t>* selection)
+// Where a file's decoded bytes go: its output file, or nowhere when only verifying; and its
+// digest when one is asked for.
+struct Sink
 {
-    std::vector<uint32_t> order;
-    if (!selection) {
-        order.resize(reader.fileCount);
-        for (uint32_t i = 0; i < reader.fileCount; ++i)
-            order[i] = i;
-        return order;
-    }
-    for (uint32_t i : *selection)
-        if (i < reader.fileCount && (order.empty() || i > order.back())) order.push_back(i);
-    return order;
-}
+    int fd = -1;
+    uint64_t length = 0; // bytes in the file so far
+    QCryptographicHash* hash = nullptr;
 
-std::vector<Piece> piecesOf(const ArchiveReader& reader, const std::vector<uint32_t>& order)
-{
-    std::vector<Piece> pieces;
-    pieces.reserve(order.size());
-    for (uint32_t i : order) {
-        const FileRecord& r = reader.records[i];
-        if (!reader.isTexture) {
-            pieces.push_back({r.dataOffset, r.packedSize, r.unpackedSize});
-            continue;
+    // count stays below 2 GiB: a window, or a block decoded whole.
+    bool put(const char* data, size_t count)
+    {
+        if (hash) hash->addData(data, int(count));
+        if (fd < 0 || count == 0) return true;
+        size_t done = 0;
+        while (done < count) {
+            const ssize_t n = ::write(fd, data + done, count - done);
+            if (n < 0 && errno == EINTR) continue;
+            if (n <= 0) break;
+            done += size_t(n);
         }
-        const ChunkInfo* chunks = reader.chunks(r);
-        for (uint32_t c = 0; c < r.chunkCount; ++c)
-            pieces.push_back({chunks[c].dataOffset, chunks[c].packedSize, chunks[c].unpackedSize});
+        length += done;
+        return done == count;
     }
-    return pieces;
-}
-
-// A file's digest covers the bytes extraction writes: for a texture, its DDS header first.
-std::unique_ptr<QCryptographicHash> startDigest(const ArchiveReader& reader, uint32_t record)
-{
-    std::unique_ptr<QCryptographicHash> hash(new QCryptographicHash(QCryptographicHash::Sha1));
-    if (reader.isTexture) {
-        unsigned char header[kDdsHeaderCapacity];
-        initDdsHeader(header);
-        const int length = buildDdsHeader(header, reader.records[record]);
-        hash->addData(reinterpret_cast<const char*>(header), length);
+    // A block found bad after some of it went out is taken back, as if decoded whole.
+    void cutTo(uint64_t at)
+    {
+        if (fd >= 0 && length > at) (void)::ftruncate(fd, off_t(at));
+        length = at;
     }
-    return hash;
-}
+};
 
-// Handing a piece to another thread costs a few microseconds; that only pays off when the
-// pieces carry real work (decoding, or copying a large stored block), not for archives of
-// many tiny files.
-bool worthThreads(const std::vector<Piece>& pieces)
-{
-    uint64_t bytes = 0;
-    for (const Piece& p : pieces)
-        bytes += p.packedSize ? p.packedSize : p.unpackedSize;
-    return !pieces.empty() && bytes / pieces.size() >= 16 * 1024;
-}
-
-// Worker threads that decode the pieces in order and, in an extraction, write each at its
-// place in its file once the calling thread has opened that file. The caller opens files
-// strictly in record order and decides when to stop. The parts of one texture may go in out
-// of order; after a failure the caller cuts the file back to what went in before it, which is
-// what a one-thread run leaves. In a verification nothing is written and a piece is done once
-// decoded, or, when digests are asked for, once it went into its file's digest (the pieces of
-// one file in order, those of different files in parallel).
-// Files are numbered by their position in order (the record indexes handled).
-class PieceWorkers
+// Reads, decodes and hands on pieces. Reads use pread on the archive's descriptor, so every
+// worker shares one open file. One object per thread.
+class PieceRunner
 {
 public:
-    PieceWorkers(const ArchiveReader& reader, const std::vector<uint32_t>& order,
-                 const std::vector<Piece>& pieces, std::vector<uint32_t> owner,
-                 ArchiveMapping& mapping, int jobs, bool writing,
-                 std::vector<QByteArray>* digests = nullptr)
-        : reader(reader)
-        , order(order)
-        , pieces(pieces)
-        , fileOf(std::move(owner))
+    PieceRunner(const ArchiveReader& reader, ArchiveMapping& mapping, uint64_t wholeLimit)
+        : fd(reader.file.handle())
         , mapping(mapping)
-        , writing(writing)
-        , digests(digests)
-        , state(pieces.size(), PieceState::Pending)
-        , status(pieces.size(), ArchiveStatus::Complete)
+        , fileSize(uint64_t(reader.fileSize))
+        , lz4(reader.usesLz4())
+        , wholeLimit(wholeLimit)
+    { }
+    ~PieceRunner()
     {
-        if (digests) {
-            nextToHash.resize(order.size());
-            hashes.resize(order.size());
-            for (size_t k = pieces.size(); k-- > 0;)
-                nextToHash[fileOf[k]] = k;
+        if (inflating) inflateEnd(&stream);
+    }
+    PieceRunner(const PieceRunner&) = delete;
+    PieceRunner& operator=(const PieceRunner&) = delete;
+
+    ArchiveStatus run(const Piece& piece, Sink& sink)
+    {
+        if (piece.dataOffset > fileSize || piece.stored() > fileSize - piece.dataOffset)
+            return ArchiveStatus::FileReadError;
+        if (piece.packedSize == 0) return copyStored(piece, sink);
+        if (piece.unpackedSize
+            > (lz4 ? lz4ExpansionLimit(piece.packedSize) : zlibExpansionLimit(piece.packedSize))) {
+            return lz4 ? ArchiveStatus::Lz4Error : ArchiveStatus::ZlibError;
+        } else if (lz4 || (piece.packedSize <= wholeLimit && piece.unpackedSize <= wholeLimit)) {
+            const ArchiveStatus status = decodeWhole(piece, sink);
+            mapping.forget(piece.dataOffset, piece.packedSize);
+            return status;
         }
-        if (writing) {
-            files.resize(order.size());
-            size_t k = 0;
-            for (uint32_t j = 0; j < order.size(); ++j) {
-                FileSlot& f = files[j];
-                f.firstPiece = k;
-                f.pieceCount = reader.isTexture ? reader.records[order[j]].chunkCount : 1;
-                uint64_t length = 0;
-                for (uint32_t c = 0; c < f.pieceCount; ++c, ++k) {
-                    pieceOffset.push_back(length);
-                    length += pieces[k].unpackedSize;
-                }
-            }
-            written.assign(pieces.size(), 0);
-        }
-        for (int w = 0; w < jobs; ++w) {
-            decoders.emplace_back(new PieceDecoder(reader.file.handle(), mapping.data(),
-                                                   uint64_t(reader.fileSize), reader.usesLz4()));
-            PieceDecoder* decoder = decoders.back().get();
-            try {
-                threads.emplace_back([this, decoder] { work(*decoder); });
-            } catch (const std::system_error&) {
-                break; // fewer threads; with none the caller works alone
-            }
-        }
-    }
-
-    ~PieceWorkers() { stop(); }
-
-    bool running() const { return !threads.empty(); }
-
-    // Index of file i's first piece (the piece count when i is one past the last file).
-    size_t firstPieceOf(uint32_t file) const
-    {
-        return file < files.size() ? files[file].firstPiece : pieces.size();
-    }
-    uint32_t fileOfPiece(size_t k) const { return fileOf[k]; }
-
-    // File i is open on fd (its header of headerLength bytes written): its pieces may go in.
-    void publish(uint32_t file, int fd, uint64_t headerLength)
-    {
-        {
-            std::lock_guard<std::mutex> lock(mutex);
-            files[file].fd = fd;
-            files[file].base = headerLength;
-            files[file].state = FileSlot::Open;
-            published = file + 1;
-        }
-        opened.notify_all();
-    }
-
-    // The status of piece k once it is done.
-    ArchiveStatus wait(size_t k)
-    {
-        std::unique_lock<std::mutex> lock(mutex);
-        done.wait(lock, [&] { return state[k] != PieceState::Pending; });
-        return status[k];
-    }
-
-    // Waits until every piece before k is done; true if all of them went through. A long wait
-    // (one very large block) lets the window repaint every few tenths of a second.
-    bool waitAllBefore(size_t k, Progress& progress)
-    {
-        std::unique_lock<std::mutex> lock(mutex);
-        while (finishedPrefix() < k) {
-            if (done.wait_for(lock, std::chrono::milliseconds(200)) != std::cv_status::timeout)
-                continue;
-            lock.unlock();
-            progress.processEvents();
-            lock.lock();
-        }
-        return firstFailed >= k;
-    }
-
-    // True once some piece has failed (the caller then stops opening files).
-    bool failed()
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        return firstFailed != SIZE_MAX;
-    }
-
-    // Gives up every file not yet opened, lets the pieces in hand finish and ends the threads.
-    // Returns the first piece that failed, or SIZE_MAX.
-    size_t stop()
-    {
-        {
-            std::lock_guard<std::mutex> lock(mutex);
-            stopping = true;
-        }
-        wake.notify_all();
-        opened.notify_all();
-        for (std::thread& t : threads)
-            t.join();
-        threads.clear();
-        return firstFailed;
-    }
-
-    ArchiveStatus statusOf(size_t k) const { return status[k]; }
-
-    // Where a file has to be cut after piece k failed: its header and everything before the
-    // failure, as one-thread writing would have left it.
-    uint64_t cutAfterFailure(size_t k) const
-    {
-        return files[fileOf[k]].base + pieceOffset[k] + written[k];
+        return inflateInWindows(piece, sink);
     }
 
 private:
-    enum class PieceState : uint8_t {
-        Pending, // not yet done
-        Done,    // decoded, and written when writing; its status says how that went
-        Skipped, // not written: its file was given up
-    };
-
-    struct FileSlot
+    ArchiveStatus copyStored(const Piece& piece, Sink& sink)
     {
-        enum State : uint8_t { Closed, Open };
-        size_t firstPiece = 0;
-        uint32_t pieceCount = 0;
-        uint64_t base = 0;
-        int fd = -1;
-        State state = Closed;
-    };
-
-    size_t finishedPrefix()
-    {
-        while (prefix < state.size() && state[prefix] != PieceState::Pending)
-            ++prefix;
-        return prefix;
+        for (uint64_t at = 0; at < piece.unpackedSize;) {
+            const uint32_t n = uint32_t(std::min<uint64_t>(kWindow, piece.unpackedSize - at));
+            const char* data = fetch(piece.dataOffset + at, n);
+            if (!data) return readFailure();
+            if (!sink.put(data, n)) return ArchiveStatus::FileWriteError;
+            mapping.forget(piece.dataOffset + at, n);
+            at += n;
+        }
+        return ArchiveStatus::Complete;
     }
 
-    // May piece k be written now, or be settled without writing?
-    bool settled(size_t k) const
+    ArchiveStatus decodeWhole(const Piece& piece, Sink& sink)
     {
-        if (stopping && fileOf[k] >= published) return true; // its file will never open
-        return files[fileOf[k]].state == FileSlot::Open;
+        const uint32_t size = piece.unpackedSize;
+        if (!unpacked.reserve(std::max<uint32_t>(size, 1))) return ArchiveStatus::OutOfMemory;
+        const char* data = fetch(piece.dataOffset, piece.packedSize);
+        if (!data) return readFailure();
+        const bool ok = lz4
+            ? decompressLz4(data, piece.packedSize, unpacked.data(),
+                            uint32_t(std::min<size_t>(unpacked.size(), UINT32_MAX)), size)
+            : decompressZlib(data, piece.packedSize, unpacked.data(), size);
+        if (!ok) return lz4 ? ArchiveStatus::Lz4Error : ArchiveStatus::ZlibError;
+        return sink.put(unpacked.data(), size) ? ArchiveStatus::Complete
+                                               : ArchiveStatus::FileWriteError;
     }
 
-    void work(PieceDecoder& decoder)
+    // A zlib stream too large to hold: a window of input in, a window of output out. A stream
+    // that yields more than the record says fails before the excess is written; one that ends
+    // early or is cut fails too, and what went out of the block is taken back.
+    ArchiveStatus inflateInWindows(const Piece& piece, Sink& sink)
     {
-        std::unique_lock<std::mutex> lock(mutex);
+        if (!inflating) {
+            std::memset(&stream, 0, sizeof stream);
+            if (inflateInit(&stream) != Z_OK) return ArchiveStatus::ZlibError;
+            inflating = true;
+        } else if (inflateReset(&stream) != Z_OK) {
+            return ArchiveStatus::ZlibError;
+        }
+        if (!unpacked.reserve(kWindow)) return ArchiveStatus::OutOfMemory;
+        const uint64_t start = sink.length;
+        auto fail = [&](ArchiveStatus status) {
+            sink.cutTo(start);
+            return status;
+        };
+        uint64_t read = 0, produced = 0;
+        uint32_t window = 0;
         while (true) {
-            wake.wait(lock, [&] { return stopping || next < pieces.size(); });
-            if (stopping || next >= pieces.size()) return;
-            const size_t k = next++;
-            lock.unlock();
-            ArchiveStatus result = decoder.decode(pieces[k]);
-            lock.lock();
-            PieceState outcome = PieceState::Done;
-            if (digests) {
-                digest(k, decoder, result, lock);
-            } else if (writing) {
-                opened.wait(lock, [&] { return settled(k); });
-                const FileSlot& f = files[fileOf[k]];
-                if (f.state != FileSlot::Open || fileOf[k] > failedFile) {
-                    outcome = PieceState::Skipped;
-                } else if (result == ArchiveStatus::Complete && decoder.size != 0) {
-                    const int fd = f.fd;
-                    const uint64_t at = f.base + pieceOffset[k];
-                    lock.unlock();
-                    const uint32_t count = writeAt(fd, decoder.data, decoder.size, at);
-                    lock.lock();
-                    written[k] = count;
-                    if (count != decoder.size) result = ArchiveStatus::FileWriteError;
-                }
+            if (stream.avail_in == 0 && read < piece.packedSize) {
+                if (window) mapping.forget(piece.dataOffset + read - window, window);
+                window = uint32_t(std::min<uint64_t>(kWindow, piece.packedSize - read));
+                const char* data = fetch(piece.dataOffset + read, window);
+                if (!data) return fail(readFailure());
+                stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data));
+                stream.avail_in = window;
+                read += window;
             }
-            state[k] = outcome;
-            status[k] = result;
-            if (outcome == PieceState::Done && result != ArchiveStatus::Complete
-                && k < firstFailed) {
-                firstFailed = k;
-                failedFile = fileOf[k];
-            }
-            mapping.forget(pieces[k]);
-            done.notify_all();
+            stream.next_out = reinterpret_cast<Bytef*>(unpacked.data());
+            stream.avail_out = kWindow;
+            const int z = inflate(&stream, Z_NO_FLUSH);
+            const uint32_t got = kWindow - stream.avail_out;
+            if (z != Z_OK && z != Z_STREAM_END && z != Z_BUF_ERROR)
+                return fail(ArchiveStatus::ZlibError);
+            produced += got;
+            if (produced > piece.unpackedSize) return fail(ArchiveStatus::ZlibError);
+            if (!sink.put(unpacked.data(), got)) return ArchiveStatus::FileWriteError;
+            if (z == Z_STREAM_END) break;
+            if (got == 0 && stream.avail_in == 0 && read >= piece.packedSize)
+                return fail(ArchiveStatus::ZlibError);
         }
+        mapping.forget(piece.dataOffset + read - window, window);
+        return produced == piece.unpackedSize ? ArchiveStatus::Complete
+                                              : fail(ArchiveStatus::ZlibError);
     }
 
-    // Adds piece k to its file's digest once the piece before it in the same file went in (a
-    // texture's digest begins with its DDS header). A failed piece takes its turn too, so the
-    // pieces after it never wait for ever. Called and returns with the lock held.
-    void digest(size_t k, const PieceDecoder& decoder, ArchiveStatus result,
-                std::unique_lock<std::mutex>& lock)
+    ArchiveStatus readFailure()
     {
-        const uint32_t file = fileOf[k];
-        hashed.wait(lock, [&] { return nextToHash[file] == k; });
-        if (result == ArchiveStatus::Complete) {
-            std::unique_ptr<QCryptographicHash>& hash = hashes[file];
-            lock.unlock();
-            if (!hash) hash = startDigest(reader, order[file]);
-            hash->addData(decoder.data, int(decoder.size));
-            const bool last = k + 1 == pieces.size() || fileOf[k + 1] != file;
-            if (last) {
-                (*digests)[order[file]] = hash->result();
-                hash.reset();
-            }
-            lock.lock();
-        }
-        ++nextToHash[file];
-        hashed.notify_all();
+        const bool memory = outOfMemory;
+        outOfMemory = false;
+        return memory ? ArchiveStatus::OutOfMemory : ArchiveStatus::FileReadError;
     }
 
-    // Bytes written before the end or the first error.
-    static uint32_t writeAt(int fd, const char* data, uint32_t length, uint64_t offset)
+    // The bytes at offset, straight from the mapping when there is one (no copy). Null: no
+    // memory for them (outOfMemory set), or a short read.
+    const char* fetch(uint64_t offset, uint32_t length)
     {
-        uint32_t count = 0;
-        while (count < length) {
-            const ssize_t n = ::pwrite(fd, data + count, length - count, off_t(offset + count));
-            if (n < 0 && errno == EINTR) continue;
-            if (n <= 0) break;
-            count += uint32_t(n);
+        if (mapping.data()) return mapping.data() + offset;
+        if (!packed.reserve(length)) {
+            outOfMemory = true;
+            return nullptr;
         }
-        return count;
+        for (uint32_t done = 0; done < length;) {
+            const ssize_t got
+                = ::pread(fd, packed.data() + done, length - done, off_t(offset + done));
+            if (got < 0 && errno == EINTR) continue;
+            if (got <= 0) return nullptr;
+            done += uint32_t(got);
+        }
+        return packed.data();
     }
 
-    const ArchiveReader& reader;
-    const std::vector<uint32_t>& order;
-    const std::vector<Piece>& pieces;
-    std::vector<uint32_t> fileOf;
-    std::vector<uint64_t> pieceOffset; // where in its file's data a piece begins
-    std::vector<uint32_t> written;     // bytes of each piece that went in
+    int fd;
     ArchiveMapping& mapping;
-    const bool writing;
-    std::vector<QByteArray>* digests;
-    std::vector<size_t> nextToHash; // per file: the piece whose turn it is
-    std::vector<std::unique_ptr<QCryptographicHash>> hashes;
-    std::condition_variable hashed; // workers: a piece went into its digest
-    std::vector<FileSlot> files;
-    std::vector<std::unique_ptr<PieceDecoder>> decoders;
-    std::vector<std::thread> threads;
-    std::mutex mutex;
-    std::condition_variable wake;   // workers: stop
-    std::condition_variable opened; // workers: a file opened
-    std::condition_variable done;   // caller: a piece is done
-    std::vector<PieceState> state;
-    std::vector<ArchiveStatus> status;
-    size_t next = 0;
-    size_t prefix = 0;
-    size_t firstFailed = SIZE_MAX;
-    uint32_t failedFile = UINT32_MAX;
-    uint32_t published = 0;
-    bool stopping = false;
+    uint64_t fileSize;
+    bool lz4; // compressed pieces are LZ4 blocks, otherwise zlib streams
+    uint64_t wholeLimit;
+    WorkBuffer packed;
+    WorkBuffer unpacked;
+    z_stream stream;
+    bool inflating = false;
+    bool outOfMemory = false;
 };
-
-// The position in order of each piece's file.
-std::vector<uint32_t> ownersOf(const ArchiveReader& reader, const std::vector<uint32_t>& order)
-{
-    std::vector<uint32_t> owner;
-    owner.reserve(order.size());
-    for (uint32_t j = 0; j < order.size(); ++j)
-        owner.insert(owner.end(), reader.isTexture ? reader.records[order[j]].chunkCount : 1, j);
-    return owner;
-}
 
 // A stored name may only name a place inside the target folder.
 bool nameIsSafe(const FileRecord& record)
@@ -565,160 +333,355 @@ bool nameIsSafe(const FileRecord& record)
 
 // Makes each missing folder of a name's directory part under target, one level at a time,
 // and adds those it made to created.
-void makeFolders(const QString& target, const QString& directoryPart,
-                 QStringList* created = nullptr)
+void makeFolders(const QString& target, const QString& directoryPart, QStringList& created)
 {
     const QStringList parts = directoryPart.split(QLatin1Char('/'), Qt::KeepEmptyParts);
     QString path = target;
     for (int i = 0; i + 1 < parts.size(); ++i) {
         path += parts[i];
-        if (!QFileInfo(path).isDir() && QDir().mkdir(path) && created) created->append(path);
+        if (!QFileInfo(path).isDir() && QDir().mkdir(path)) created.append(path);
         path += QLatin1Char('/');
     }
 }
 
-bool writeAll(int fd, const char* data, size_t length)
+// One loop over the files for extraction and verification alike. Files are taken in record
+// order by a pool of workers, in small batches; a worker opens, writes and closes the files of
+// its batch itself. A one-thread run is a pool of one: the calling thread is the worker.
+//
+// What is left behind is always what a one-thread run leaves. Output files are opened strictly
+// in record order (the workers take turns), so names, folders and failures to open meet each
+// other as they would one at a time. A file that exists already is only truncated once every
+// file before it went in and the progress has reached it. Work done past the file where the
+// run stops is undone at the end: files and folders this run made for later files are removed.
+class Engine
 {
-    size_t written = 0;
-    while (written < length) {
-        const ssize_t n = ::write(fd, data + written, length - written);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        written += size_t(n);
+public:
+    // Files are numbered by their place in order, the record indexes handled.
+    Engine(ArchiveReader& reader, std::vector<uint32_t> order, bool writing, const QString& target,
+           Progress& progress, std::vector<QByteArray>* digests = nullptr)
+        : reader(reader)
+        , order(std::move(order))
+        , count(uint32_t(this->order.size()))
+        , writing(writing)
+        , target(target)
+        , progress(progress)
+        , digests(digests)
+        , mapping(reader)
+        , outcome(count, kPending)
+    {
+        firstPiece.reserve(size_t(count) + 1);
+        pieces.reserve(count);
+        for (uint32_t i : this->order) {
+            const FileRecord& r = reader.records[i];
+            firstPiece.push_back(uint32_t(pieces.size()));
+            if (!reader.isTexture) {
+                pieces.push_back({r.dataOffset, r.packedSize, r.unpackedSize});
+                continue;
+            }
+            const ChunkInfo* chunks = reader.chunks(r);
+            for (uint32_t c = 0; c < r.chunkCount; ++c)
+                pieces.push_back(
+                    {chunks[c].dataOffset, chunks[c].packedSize, chunks[c].unpackedSize});
+        }
+        firstPiece.push_back(uint32_t(pieces.size()));
     }
-    return true;
-}
 
-// Extraction with worker threads doing the decoding and writing while this thread opens the
-// files in record order. Files are opened ahead of the writes, so a failure found late may
-// leave files that a one-thread run would never have begun: those were all made by this run
-// (an existing file is only opened once everything before it went in), and are removed
-// again with the folders made for them.
-// Nothing when no worker thread could be started.
-std::optional<ExtractResult> extractWithWorkers(ArchiveReader& reader, const QString& target,
-                                                Progress& progress, int jobs,
-                                                const std::vector<uint32_t>& order,
-                                                const std::vector<Piece>& pieces)
-{
-    ArchiveMapping mapping(reader);
-    PieceWorkers workers(reader, order, pieces, ownersOf(reader, order), mapping, jobs, true);
-    if (!workers.running()) return std::nullopt;
-    unsigned char ddsHeader[kDdsHeaderCapacity];
-    if (reader.isTexture) initDdsHeader(ddsHeader);
+    // Handing a batch to another thread costs a few microseconds; that only pays off when the
+    // pieces carry real work (decoding, or copying a large stored block), not for archives of
+    // many tiny files.
+    bool worthThreads() const
+    {
+        uint64_t bytes = 0;
+        for (const Piece& p : pieces)
+            bytes += p.stored();
+        return !pieces.empty() && bytes / pieces.size() >= 16 * 1024;
+    }
 
-    struct OpenFile
+    void run(int jobs)
+    {
+        std::vector<std::thread> threads;
+        if (jobs > 1 && worthThreads()) {
+            wholeLimit = std::min(kWholeBlockMax, kWholeBlockBudget / uint64_t(jobs));
+            for (int w = 0; w < jobs; ++w) {
+                try {
+                    threads.emplace_back([this] { work(false); });
+                } catch (const std::system_error&) {
+                    break; // fewer threads; with none this thread works alone
+                }
+            }
+        }
+        if (threads.empty()) {
+            work(true);
+        } else {
+            if (writing) followProgress();
+            for (std::thread& t : threads)
+                t.join();
+        }
+        if (writing) undoPastStop();
+    }
+
+    // The record where the run stopped, or UINT32_MAX.
+    uint32_t stopFile() const { return stop == UINT32_MAX ? stop : order[stop]; }
+    ArchiveStatus stopStatus() const { return status; }
+    uint32_t stopChunk() const { return chunk; }
+
+private:
+    static constexpr uint8_t kPending = 0, kDone = 1, kFailed = 2;
+
+    struct Opened
     {
         uint32_t file;
         int fd;
-    };
-    std::deque<OpenFile> open; // files whose pieces may still be going in
-    std::vector<std::pair<uint32_t, QByteArray>> madeFiles;
-    std::vector<std::pair<uint32_t, QString>> madeFolders;
-    const size_t maxOpen = size_t(jobs) * 4;
-    uint32_t stopFile = UINT32_MAX;
-    ArchiveStatus stopStatus = ArchiveStatus::Complete;
-    uint32_t published = 0;
-    auto stopAt = [&](uint32_t file, ArchiveStatus status) {
-        stopFile = file;
-        stopStatus = status;
+        ArchiveStatus status;
     };
 
-    // i counts the files handled; the record is order[i].
-    for (uint32_t i = 0; i < order.size(); ++i) {
+    // Under the lock. The run stops at file i: the first failure, or a cancel before it.
+    void stopAt(uint32_t i, ArchiveStatus why, uint32_t failedChunk = 0)
+    {
+        if (i > stop || (i == stop && why != ArchiveStatus::Aborted)) return;
+        stop = i;
+        stopHint.store(i, std::memory_order_relaxed);
+        status = why;
+        chunk = failedChunk;
+        turn.notify_all();
+        caller.notify_all();
+    }
+
+    bool pastStop(uint32_t i) const { return i > stopHint.load(std::memory_order_relaxed); }
+
+    // Under the lock.
+    void finish(uint32_t i, ArchiveStatus result, uint32_t failedChunk)
+    {
+        outcome[i] = result == ArchiveStatus::Complete ? kDone : kFailed;
+        if (result != ArchiveStatus::Complete) stopAt(i, result, failedChunk);
+        const uint32_t before = prefix;
+        while (prefix < outcome.size() && outcome[prefix] == kDone)
+            ++prefix;
+        if (prefix == before) return;
+        if (waitingForPrefix) turn.notify_all();
+        if (callerWaits && (grantWanted || prefix == outcome.size())) caller.notify_all();
+    }
+
+    // The files a worker takes at once: a few small ones, or one large.
+    uint32_t batchEnd(uint32_t first, bool alone) const
+    {
+        if (alone) return first + 1;
+        uint32_t end = first;
+        uint64_t bytes = 0;
+        while (end < count && end - first < 16 && bytes < (256u << 10)) {
+            for (uint32_t k = firstPiece[end]; k < firstPiece[end + 1]; ++k)
+                bytes += pieces[k].stored();
+            ++end;
+        }
+        return end;
+    }
+
+    // The calling thread's part: progress value i before file i, and the Cancel check there.
+    bool reach(uint32_t i)
+    {
         progress.setValue(int(std::min<uint32_t>(i, INT32_MAX)));
+        std::lock_guard<std::mutex> lock(mutex);
         if (progress.wasCanceled()) {
             stopAt(i, ArchiveStatus::Aborted);
-            break;
+            return false;
         }
-        if (workers.failed()) break;
-        const FileRecord& record = reader.records[order[i]];
-        if (!nameIsSafe(record)) {
-            stopAt(i, ArchiveStatus::UnsafeName);
-            break;
-        }
-        bool failedBefore = false;
-        while (open.size() >= maxOpen && !failedBefore) {
-            failedBefore
-                = !workers.waitAllBefore(workers.firstPieceOf(open.front().file + 1), progress);
-            if (failedBefore) break; // that file may still have to be cut
-            ::close(open.front().fd);
-            open.pop_front();
-        }
-        if (failedBefore) break;
-        const QString name = reader.nameOf(order[i]);
-        const QByteArray path = QFile::encodeName(target + name);
-        int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-        if (fd < 0 && errno != EEXIST) {
-            QString directoryPart, fileName;
-            splitPath(name, QStringLiteral("/"), directoryPart, fileName);
-            if (directoryPart.isEmpty()) {
-                stopAt(i, ArchiveStatus::FileOpenError);
-                break;
-            }
-            QStringList folders;
-            makeFolders(target, directoryPart, &folders);
-            for (const QString& folder : folders)
-                madeFolders.emplace_back(i, folder);
-            fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-        }
-        if (fd >= 0) {
-            madeFiles.emplace_back(i, path);
-        } else if (errno == EEXIST) {
-            if (!workers.waitAllBefore(workers.firstPieceOf(i), progress)) break;
-            fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-        }
-        if (fd < 0) {
-            stopAt(i, ArchiveStatus::FileOpenError);
-            break;
-        }
-        open.push_back({i, fd});
-        int headerLength = 0;
-        if (reader.isTexture) {
-            headerLength = buildDdsHeader(ddsHeader, record);
-            if (headerLength == 0) {
-                stopAt(i, ArchiveStatus::UnsupportedFormat);
-                break;
-            }
-            if (!writeAll(fd, reinterpret_cast<const char*>(ddsHeader), size_t(headerLength))) {
-                stopAt(i, ArchiveStatus::FileWriteError);
-                break;
-            }
-        }
-        workers.publish(i, fd, uint64_t(headerLength));
-        published = i + 1;
+        granted = i + 1;
+        if (grantWanted) turn.notify_all();
+        return true;
     }
 
-    workers.waitAllBefore(workers.firstPieceOf(published), progress);
-    const size_t bad = workers.stop();
-
-    ExtractResult result;
-    uint32_t last = stopFile; // the last file a one-thread run would have touched
-    result.status = stopStatus;
-    if (bad != SIZE_MAX && workers.fileOfPiece(bad) < stopFile) {
-        last = workers.fileOfPiece(bad);
-        result.status = workers.statusOf(bad);
-        for (const OpenFile& f : open)
-            if (f.file == last) {
-                const uint64_t cut = workers.cutAfterFailure(bad);
-                struct stat info;
-                if (::fstat(f.fd, &info) == 0 && uint64_t(info.st_size) > cut)
-                    (void)::ftruncate(f.fd, off_t(cut));
+    // With worker threads the calling thread follows the files that went in, reporting each
+    // in turn; a long wait lets the window repaint every few hundredths of a second.
+    void followProgress()
+    {
+        std::unique_lock<std::mutex> lock(mutex);
+        for (uint32_t i = 0; i < count; ++i) {
+            while (prefix < i && stop >= i) {
+                callerWaits = true;
+                if (caller.wait_for(lock, std::chrono::milliseconds(50))
+                    == std::cv_status::timeout) {
+                    lock.unlock();
+                    progress.processEvents();
+                    lock.lock();
+                }
             }
+            callerWaits = false;
+            if (stop < i) return;
+            lock.unlock();
+            const bool go = reach(i);
+            lock.lock();
+            if (!go) return;
+        }
     }
-    for (const OpenFile& f : open)
-        ::close(f.fd);
-    if (last == UINT32_MAX) {
-        progress.setMaximum(100);
-        progress.setValue(100);
+
+    void work(bool alone)
+    {
+        PieceRunner runner(reader, mapping, alone ? kWholeBlockMax : wholeLimit);
+        unsigned char ddsHeader[kDdsHeaderCapacity];
+        if (reader.isTexture) initDdsHeader(ddsHeader);
+        std::vector<Opened> batch;
+        std::unique_lock<std::mutex> lock(mutex);
+        while (next < count && next <= stop) {
+            const uint32_t first = next, end = batchEnd(first, alone);
+            next = end;
+            if (writing) {
+                turn.wait(lock, [&] { return openTurn == first || stop < first; });
+                if (stop < first) break;
+                lock.unlock();
+                openBatch(first, end, alone, batch, runner, ddsHeader);
+                lock.lock();
+                openTurn = end;
+                turn.notify_all();
+            } else {
+                for (uint32_t i = first; i < end; ++i)
+                    batch.push_back({i, -1, ArchiveStatus::Complete});
+            }
+            lock.unlock();
+            workOn(batch, runner, ddsHeader);
+            lock.lock();
+        }
+    }
+
+    // Opens the files [first, end) in order; stops at the first that cannot be opened.
+    void openBatch(uint32_t first, uint32_t end, bool alone, std::vector<Opened>& batch,
+                   PieceRunner& runner, unsigned char* ddsHeader)
+    {
+        for (uint32_t i = first; i < end && !pastStop(i); ++i) {
+            if (alone && !reach(i)) return;
+            if (!nameIsSafe(reader.records[order[i]])) {
+                batch.push_back({i, -1, ArchiveStatus::UnsafeName});
+                return;
+            }
+            const QString name = reader.nameOf(order[i]);
+            const QByteArray path = QFile::encodeName(target + name);
+            int fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+            if (fd < 0 && errno != EEXIST) {
+                QString directoryPart, fileName;
+                splitPath(name, QStringLiteral("/"), directoryPart, fileName);
+                if (directoryPart.isEmpty()) {
+                    batch.push_back({i, -1, ArchiveStatus::FileOpenError});
+                    return;
+                }
+                QStringList folders;
+                makeFolders(target, directoryPart, folders);
+                for (const QString& folder : folders)
+                    madeFolders.emplace_back(i, QFile::encodeName(folder));
+                fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+            }
+            if (fd >= 0) {
+                madeFiles.emplace_back(i, path);
+            } else if (errno == EEXIST) {
+                // Overwritten only once every file before it went in and the run reached it.
+                workOn(batch, runner, ddsHeader);
+                std::unique_lock<std::mutex> lock(mutex);
+                waitingForPrefix = grantWanted = true;
+                caller.notify_all();
+                turn.wait(lock, [&] { return (prefix >= i && granted > i) || stop < i; });
+                waitingForPrefix = grantWanted = false;
+                if (stop < i) return;
+                lock.unlock();
+                fd = ::open(path.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+            }
+            if (fd < 0) {
+                batch.push_back({i, -1, ArchiveStatus::FileOpenError});
+                return;
+            }
+            batch.push_back({i, fd, ArchiveStatus::Complete});
+        }
+    }
+
+    // Writes (or, verifying, decodes) the files of a batch and closes them.
+    void workOn(std::vector<Opened>& batch, PieceRunner& runner, unsigned char* ddsHeader)
+    {
+        for (const Opened& f : batch) {
+            uint32_t failedChunk = 0;
+            ArchiveStatus result = f.status;
+            if (result == ArchiveStatus::Complete && !pastStop(f.file))
+                result = writeFile(f, runner, ddsHeader, failedChunk);
+            if (f.fd >= 0) ::close(f.fd);
+            std::lock_guard<std::mutex> lock(mutex);
+            if (f.file <= stop) finish(f.file, result, failedChunk);
+        }
+        batch.clear();
+    }
+
+    ArchiveStatus writeFile(const Opened& f, PieceRunner& runner, unsigned char* ddsHeader,
+                            uint32_t& failedChunk)
+    {
+        const FileRecord& record = reader.records[order[f.file]];
+        Sink sink {f.fd, 0, nullptr};
+        std::unique_ptr<QCryptographicHash> hash;
+        if (digests) {
+            hash.reset(new QCryptographicHash(QCryptographicHash::Sha1));
+            sink.hash = hash.get();
+        }
+        const ArchiveStatus result
+            = writeFileTo(f.file, record, sink, runner, ddsHeader, failedChunk);
+        if (hash && result == ArchiveStatus::Complete) (*digests)[order[f.file]] = hash->result();
         return result;
     }
-    if (result.status != ArchiveStatus::Aborted) result.failedName = reader.nameOf(order[last]);
-    for (auto it = madeFiles.rbegin(); it != madeFiles.rend() && it->first > last; ++it)
-        ::unlink(it->second.constData());
-    for (auto it = madeFolders.rbegin(); it != madeFolders.rend() && it->first > last; ++it)
-        ::rmdir(QFile::encodeName(it->second).constData());
-    return result;
-}
+
+    ArchiveStatus writeFileTo(uint32_t file, const FileRecord& record, Sink& sink,
+                              PieceRunner& runner, unsigned char* ddsHeader, uint32_t& failedChunk)
+    {
+        if (!writing && !nameIsSafe(record)) return ArchiveStatus::UnsafeName;
+        if (reader.isTexture) {
+            const int headerLength = buildDdsHeader(ddsHeader, record);
+            if (headerLength == 0) return ArchiveStatus::UnsupportedFormat;
+            if (!sink.put(reinterpret_cast<const char*>(ddsHeader), size_t(headerLength)))
+                return ArchiveStatus::FileWriteError;
+        }
+        for (uint32_t k = firstPiece[file]; k < firstPiece[file + 1]; ++k) {
+            if (pastStop(file)) return ArchiveStatus::Aborted; // undone anyway
+            const ArchiveStatus result = runner.run(pieces[k], sink);
+            if (result != ArchiveStatus::Complete) {
+                failedChunk = k - firstPiece[file];
+                return result;
+            }
+        }
+        return ArchiveStatus::Complete;
+    }
+
+    // Removes what was made for files past the stopping point: everything from a cancelled
+    // file on, everything after a failed one.
+    void undoPastStop()
+    {
+        if (stop == UINT32_MAX) return;
+        const uint32_t keep = status == ArchiveStatus::Aborted ? stop : stop + 1;
+        for (auto it = madeFiles.rbegin(); it != madeFiles.rend() && it->first >= keep; ++it)
+            ::unlink(it->second.constData());
+        for (auto it = madeFolders.rbegin(); it != madeFolders.rend() && it->first >= keep; ++it)
+            ::rmdir(it->second.constData());
+    }
+
+    ArchiveReader& reader;
+    const std::vector<uint32_t> order;
+    const uint32_t count;
+    const bool writing;
+    const QString target;
+    Progress& progress;
+    std::vector<QByteArray>* digests;
+    ArchiveMapping mapping;
+    std::vector<Piece> pieces;
+    std::vector<uint32_t> firstPiece; // per file, and one past the last
+    uint64_t wholeLimit = kWholeBlockMax;
+
+    std::mutex mutex;
+    std::condition_variable turn;   // workers: the turn to open, a file reached, a stop
+    std::condition_variable caller; // the calling thread: files went in, or a stop
+    std::vector<uint8_t> outcome;
+    uint32_t next = 0;     // the next file to take
+    uint32_t openTurn = 0; // the next file to be opened
+    uint32_t prefix = 0;   // files 0..prefix-1 went in
+    uint32_t granted = 0;  // files the progress has reached
+    uint32_t stop = UINT32_MAX;
+    std::atomic<uint32_t> stopHint {UINT32_MAX};
+    ArchiveStatus status = ArchiveStatus::Complete;
+    uint32_t chunk = 0;
+    bool waitingForPrefix = false, grantWanted = false, callerWaits = false;
+    // Made by this run, in record order (the opener holds the turn when it adds to them).
+    std::vector<std::pair<uint32_t, QByteArray>> madeFiles, madeFolders;
+};
 
 } // namespace
 
@@ -726,6 +689,23 @@ int defaultJobCount()
 {
     const unsigned n = std::thread::hardware_concurrency();
     return n == 0 ? 1 : int(std::min(n, 64u));
+}
+
+// The record indexes to handle: the caller's selection (ascending, those out of range dropped)
+// or every file.
+static std::vector<uint32_t> filesToHandle(const ArchiveReader& reader,
+                                           const std::vector<uint32_t>* selection)
+{
+    std::vector<uint32_t> order;
+    if (!selection) {
+        order.resize(reader.fileCount);
+        for (uint32_t i = 0; i < reader.fileCount; ++i)
+            order[i] = i;
+        return order;
+    }
+    for (uint32_t i : *selection)
+        if (i < reader.fileCount && (order.empty() || i > order.back())) order.push_back(i);
+    return order;
 }
 
 ExtractResult extractArchive(ArchiveReader& reader, const QString& targetFolder, Progress& progress,
@@ -739,126 +719,38 @@ ExtractResult extractArchive(ArchiveReader& reader, const QString& targetFolder,
     QString target = targetFolder;
     if (!target.endsWith(QLatin1Char('/'))) target += QLatin1Char('/');
 
-    const std::vector<uint32_t> order = filesToHandle(reader, selection);
+    std::vector<uint32_t> order = filesToHandle(reader, selection);
     progress.setMaximum(int(std::min<size_t>(order.size(), INT32_MAX)));
-    const std::vector<Piece> pieces = piecesOf(reader, order);
-    if (jobs > 1 && worthThreads(pieces))
-        if (std::optional<ExtractResult> done
-            = extractWithWorkers(reader, target, progress, jobs, order, pieces))
-            return *done;
-
-    unsigned char ddsHeader[kDdsHeaderCapacity];
-    if (reader.isTexture) initDdsHeader(ddsHeader);
-    ArchiveMapping mapping(reader);
-    PieceDecoder decoder(reader.file.handle(), mapping.data(), uint64_t(reader.fileSize),
-                         reader.usesLz4());
-    size_t piece = 0;
-
-    for (uint32_t i = 0; i < order.size(); ++i) {
-        progress.setValue(int(std::min<uint32_t>(i, INT32_MAX)));
-        if (progress.wasCanceled()) {
-            result.status = ArchiveStatus::Aborted;
-            result.failedName.clear(); // nothing failed
-            return result;
-        }
-        const FileRecord& record = reader.records[order[i]];
-        result.failedName = reader.nameOf(order[i]);
-        if (!nameIsSafe(record)) {
-            result.status = ArchiveStatus::UnsafeName;
-            return result;
-        }
-        QFile out(target + result.failedName);
-        if (!out.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered)) {
-            QString directoryPart, fileName;
-            splitPath(result.failedName, QStringLiteral("/"), directoryPart, fileName);
-            if (directoryPart.isEmpty()) {
-                result.status = ArchiveStatus::FileOpenError;
-                return result;
-            }
-            makeFolders(target, directoryPart);
-            if (!out.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered)) {
-                result.status = ArchiveStatus::FileOpenError;
-                return result;
-            }
-        }
-        uint32_t pieceCount = 1;
-        if (reader.isTexture) {
-            pieceCount = record.chunkCount;
-            const int headerLength = buildDdsHeader(ddsHeader, record);
-            if (headerLength == 0) {
-                result.status = ArchiveStatus::UnsupportedFormat;
-                return result;
-            }
-            if (out.write(reinterpret_cast<const char*>(ddsHeader), headerLength) != headerLength) {
-                result.status = ArchiveStatus::FileWriteError;
-                return result;
-            }
-        }
-        for (uint32_t c = 0; c < pieceCount; ++c, ++piece) {
-            ArchiveStatus status = decoder.decode(pieces[piece]);
-            if (status == ArchiveStatus::Complete && decoder.size != 0
-                && out.write(decoder.data, decoder.size) != qint64(decoder.size))
-                status = ArchiveStatus::FileWriteError;
-            mapping.forget(pieces[piece]);
-            if (status != ArchiveStatus::Complete) {
-                result.status = status;
-                return result;
-            }
-        }
+    Engine engine(reader, std::move(order), true, target, progress);
+    engine.run(jobs);
+    result.status = engine.stopStatus();
+    if (engine.stopFile() == UINT32_MAX) {
+        progress.setMaximum(100);
+        progress.setValue(100);
+    } else if (result.status != ArchiveStatus::Aborted) {
+        result.failedName = reader.nameOf(engine.stopFile());
     }
-    result.failedName.clear();
-    result.status = ArchiveStatus::Complete;
-    progress.setMaximum(100);
-    progress.setValue(100);
     return result;
 }
 
 bool verifyArchive(ArchiveReader& reader, QString& fault, int jobs,
                    std::vector<QByteArray>* digests)
 {
-    const std::vector<uint32_t> order = filesToHandle(reader, nullptr);
-    const std::vector<Piece> pieces = piecesOf(reader, order);
+    NullProgress none;
     if (digests) digests->assign(reader.fileCount, QByteArray());
-    ArchiveMapping mapping(reader);
-    PieceDecoder decoder(reader.file.handle(), mapping.data(), uint64_t(reader.fileSize),
-                         reader.usesLz4());
-    std::unique_ptr<PieceWorkers> workers;
-    if (jobs > 1 && worthThreads(pieces))
-        workers.reset(new PieceWorkers(reader, order, pieces, ownersOf(reader, order), mapping,
-                                       jobs, false, digests));
-    if (workers && !workers->running()) workers.reset();
-    unsigned char ddsHeader[kDdsHeaderCapacity];
-    initDdsHeader(ddsHeader);
-    size_t piece = 0;
-    for (uint32_t i = 0; i < reader.fileCount; ++i) {
-        const FileRecord& record = reader.records[i];
-        auto report = [&](const QString& what) {
-            fault = QStringLiteral("%1: %2").arg(reader.nameOf(i), what);
-            return false;
-        };
-        if (!nameIsSafe(record)) return report(statusDetail(ArchiveStatus::UnsafeName));
-        if (reader.isTexture && buildDdsHeader(ddsHeader, record) == 0)
-            return report(QStringLiteral("unsupported texture format %1").arg(record.format));
-        const uint32_t pieceCount = reader.isTexture ? record.chunkCount : 1;
-        std::unique_ptr<QCryptographicHash> hash;
-        if (digests && (!workers || pieceCount == 0)) hash = startDigest(reader, i);
-        for (uint32_t c = 0; c < pieceCount; ++c, ++piece) {
-            ArchiveStatus status;
-            if (workers) {
-                status = workers->wait(piece);
-            } else {
-                status = decoder.decode(pieces[piece]);
-                if (hash && status == ArchiveStatus::Complete)
-                    hash->addData(decoder.data, int(decoder.size));
-                mapping.forget(pieces[piece]);
-            }
-            if (status == ArchiveStatus::Complete) continue;
-            const QString detail = statusDetail(status);
-            return report(reader.isTexture ? QStringLiteral("chunk %1: %2").arg(c).arg(detail)
-                                           : detail);
-        }
-        if (hash) (*digests)[i] = hash->result();
+    Engine engine(reader, filesToHandle(reader, nullptr), false, QString(), none, digests);
+    engine.run(jobs);
+    const uint32_t i = engine.stopFile();
+    if (i == UINT32_MAX) {
+        fault.clear();
+        return true;
     }
-    fault.clear();
-    return true;
+    const ArchiveStatus status = engine.stopStatus();
+    QString what = statusDetail(status);
+    if (status == ArchiveStatus::UnsupportedFormat)
+        what = QStringLiteral("unsupported texture format %1").arg(reader.records[i].format);
+    else if (reader.isTexture && status != ArchiveStatus::UnsafeName)
+        what = QStringLiteral("chunk %1: %2").arg(engine.stopChunk()).arg(what);
+    fault = QStringLiteral("%1: %2").arg(reader.nameOf(i), what);
+    return false;
 }
