@@ -2,6 +2,7 @@
 
 #include "archive/archivereader.h"
 #include "archive/extractor.h"
+#include "archive/namelisting.h"
 #include "archive/status.h"
 #include "cli/output.h"
 #include "cli/terminalprogress.h"
@@ -119,8 +120,9 @@ int main(int argc, char** argv)
             printOut(archiveInfoLine2(reader));
             printOut(archiveInfoLine3(reader));
         } else if (command == "list") {
-            for (uint32_t i = 0; i < reader.fileCount; ++i)
-                printOut(reader.nameOf(i));
+            const QByteArray names = nameListing(reader);
+            std::fwrite(names.constData(), 1, size_t(names.size()), stdout);
+            std::fflush(stdout);
         } else {
             QString fault;
             const bool ok = verifyArchive(reader, fault, jobs);
