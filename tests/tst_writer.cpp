@@ -611,7 +611,7 @@ void TestWriter::failures_data()
     QTest::newRow("two failures") << true << 1 << 1 << 0 << "in/D/b.dds" << -2;
     // Sparse files: no disk space, and never read.
     QTest::newRow("4 GiB stored") << false << 1 << 0 << 0 << "in/D/b.dds" << -8;
-    QTest::newRow("over the zlib limit") << false << 2 << 6 << 0 << "in/D/b.dds" << -8;
+    QTest::newRow("4 GiB zlib") << false << 2 << 6 << 0 << "in/D/b.dds" << -8;
     QTest::newRow("over the lz4 limit") << false << 3 << 0 << 1 << "in/D/b.dds" << -8;
     // A folder under the temporary name can be neither removed nor opened as a file.
     QTest::newRow("temporary name taken by a folder")

@@ -8,11 +8,14 @@
 
 #include <QFile>
 
+#include <zlib.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <condition_variable>
 #include <cstdio>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -22,6 +25,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -29,6 +33,15 @@ namespace {
 
 using Codec = BlockCodec;
 
+// unpackedSize and packedSize are 32-bit fields, and LZ4 refuses more than 0x7E000000 bytes.
+// A zlib block is streamed when large, so it may be as large as a stored one.
+constexpr uint64_t kMaxStoredSize = 0xFFFFFFFFull;
+constexpr uint64_t kMaxLz4Input = 0x7E000000ull;
+// A stored or zlib block above this size is never held whole: the writing thread reads it,
+// compresses it (zlib's own deflate, fed window by window, whatever the engine) and writes it
+// in windows of kStreamWindow bytes. Below it every engine compresses whole blocks.
+constexpr uint64_t kStreamAbove = 64u << 20;
+constexpr uint32_t kStreamWindow = 4u << 20;
 constexpr uint32_t kMaxNameLength = 0xFFFF;
 constexpr int kNameFlushSize = 1 << 20;
 // Source bytes that worker threads may hold between reading a file and its being written; a
@@ -81,6 +94,16 @@ private:
     uint64_t capacity = 0;
 };
 
+uint64_t sizeLimit(Codec codec)
+{
+    return codec == Codec::Lz4 || codec == Codec::Lz4Large ? kMaxLz4Input : kMaxStoredSize;
+}
+
+bool streams(Codec codec, uint64_t size)
+{
+    return size > kStreamAbove && (codec == Codec::Store || codec == Codec::Zlib);
+}
+
 QString sourcePathOf(const SourceEntry& e)
 {
     return e.sourceFile.isEmpty() ? QString::fromLocal8Bit(e.path) : e.sourceFile;
@@ -102,8 +125,7 @@ public:
         if (fd < 0) return SaveStatus::FileOpenError;
         struct stat st;
         if (::fstat(fd, &st) != 0 || S_ISDIR(st.st_mode)) return SaveStatus::FileOpenError;
-        if (st.st_size < 0 || uint64_t(st.st_size) > blockInputLimit(codec))
-            return SaveStatus::TooLarge;
+        if (st.st_size < 0 || uint64_t(st.st_size) > sizeLimit(codec)) return SaveStatus::TooLarge;
         size = uint64_t(st.st_size);
         return SaveStatus::Complete;
     }
@@ -134,7 +156,7 @@ SaveStatus analyseTexture(const QString& name, Codec codec, Buffer& scratch, uin
     QFile file(name);
     if (!file.open(QIODevice::ReadOnly)) return SaveStatus::FileOpenError;
     const qint64 s = file.size();
-    if (s < 0 || uint64_t(s) > blockInputLimit(codec)) return SaveStatus::TooLarge;
+    if (s < 0 || uint64_t(s) > sizeLimit(codec)) return SaveStatus::TooLarge;
     const uint64_t size = uint64_t(s);
     TextureLayout layout;
     SaveStatus status = SaveStatus::Complete;
@@ -181,32 +203,31 @@ public:
                       const Admission& admit, const std::atomic<bool>* stop)
     {
         blockCount = 0;
+        streamedCount = 0;
         SourceFile source;
         SaveStatus status = source.open(file, settings.codec);
-        if (admit && !admit(status == SaveStatus::Complete ? source.size : 0))
+        const bool stream = status == SaveStatus::Complete && streams(settings.codec, source.size);
+        if (admit && !admit(status == SaveStatus::Complete && !stream ? source.size : 0))
             return SaveStatus::Aborted;
         if (status != SaveStatus::Complete) return status;
+        const uint64_t size = source.size;
+        if (stream) {
+            // Only the texture's header pages are read here; the writing thread reads the rest.
+            void* mapped = settings.isTexture
+                ? ::mmap(nullptr, size_t(size), PROT_READ, MAP_SHARED, source.fd, 0)
+                : nullptr;
+            if (settings.isTexture && mapped == MAP_FAILED) return SaveStatus::FileReadError;
+            status = plan(static_cast<const char*>(mapped), size, expectedChunks);
+            if (mapped) ::munmap(mapped, size_t(size));
+            if (status == SaveStatus::Complete)
+                streamedCount = settings.isTexture ? layout.chunkCount : 1;
+            return status;
+        }
         status = source.readAll(readBuffer);
         if (status != SaveStatus::Complete) return status;
-        const uint64_t size = source.size;
-
-        uint32_t count = 1;
-        if (settings.isTexture) {
-            status = toSaveStatus(layoutTexture(readBuffer.data(), size, layout));
-            if (status != SaveStatus::Complete) return status;
-            // A different answer than in the first pass means the file changed meanwhile.
-            if (expectedChunks == 0 || layout.chunkCount != expectedChunks || layout.chunkCount > 4)
-                return SaveStatus::FileReadError;
-            count = layout.chunkCount;
-            for (uint32_t k = 0; k < count; ++k) {
-                blocks[k] = layout.chunks[k];
-                if (uint64_t(blocks[k].sourceOffset) + blocks[k].unpackedSize > size)
-                    return SaveStatus::DdsFileError;
-            }
-        } else {
-            blocks[0] = ChunkPlan();
-            blocks[0].unpackedSize = uint32_t(size);
-        }
+        status = plan(readBuffer.data(), size, expectedChunks);
+        if (status != SaveStatus::Complete) return status;
+        const uint32_t count = settings.isTexture ? layout.chunkCount : 1;
 
         uint64_t room = 0;
         for (uint32_t k = 0; k < count; ++k)
@@ -233,6 +254,28 @@ public:
             block.packedBytes = block.packedSize ? out[k] : nullptr;
             packedAt += capacity;
             blockCount = k + 1;
+        }
+        return SaveStatus::Complete;
+    }
+
+    // The blocks of a file of size bytes whose bytes (or, for a texture, whose header pages) are
+    // at data.
+    SaveStatus plan(const char* data, uint64_t size, uint8_t expectedChunks)
+    {
+        if (!settings.isTexture) {
+            blocks[0] = ChunkPlan();
+            blocks[0].unpackedSize = uint32_t(size);
+            return SaveStatus::Complete;
+        }
+        const SaveStatus status = toSaveStatus(layoutTexture(data, size, layout));
+        if (status != SaveStatus::Complete) return status;
+        // A different answer than in the first pass means the file changed meanwhile.
+        if (expectedChunks == 0 || layout.chunkCount != expectedChunks || layout.chunkCount > 4)
+            return SaveStatus::FileReadError;
+        for (uint32_t k = 0; k < layout.chunkCount; ++k) {
+            blocks[k] = layout.chunks[k];
+            if (uint64_t(blocks[k].sourceOffset) + blocks[k].unpackedSize > size)
+                return SaveStatus::DdsFileError;
         }
         return SaveStatus::Complete;
     }
@@ -277,8 +320,9 @@ public:
 
     TextureLayout layout;
     ChunkPlan blocks[4];
-    uint32_t blockCount = 0; // blocks ready to be written
-    const char* out[4] = {}; // the bytes to store of each block
+    uint32_t blockCount = 0;    // blocks ready to be written
+    uint32_t streamedCount = 0; // blocks the writing thread reads, compresses and writes itself
+    const char* out[4] = {};    // the bytes to store of each block
     uint32_t outLength[4] = {};
 
 private:
@@ -473,6 +517,69 @@ bool writeAll(QFile& file, const char* bytes, qint64 size)
     return file.write(bytes, size) == size;
 }
 
+// Reads the block at offset of the source in windows and appends it to out: as it is, or as
+// one zlib stream that deflate makes of the windows in turn (the same bytes compress2 makes of
+// the whole block). packedSize is then the stream's length. The status says which side failed.
+SaveStatus streamBlock(const QString& source, uint64_t offset, uint32_t length, Codec codec,
+                       int level, QFile& out, uint32_t& packedSize, bool& outputFailed,
+                       Progress& progress)
+{
+    outputFailed = false;
+    SourceFile file;
+    file.fd = ::open(QFile::encodeName(source).constData(), O_RDONLY | O_CLOEXEC);
+    if (file.fd < 0) return SaveStatus::FileOpenError;
+    Buffer in, packed;
+    if (!in.reserve(kStreamWindow) || (codec == Codec::Zlib && !packed.reserve(kStreamWindow)))
+        return SaveStatus::OutOfMemory;
+    z_stream z;
+    std::memset(&z, 0, sizeof z);
+    if (codec == Codec::Zlib && deflateInit(&z, level) != Z_OK) return SaveStatus::ZlibError;
+    struct End
+    {
+        z_stream* z;
+        ~End()
+        {
+            if (z) deflateEnd(z);
+        }
+    } end {codec == Codec::Zlib ? &z : nullptr};
+    uint64_t produced = 0;
+    for (uint64_t done = 0; done < length;) {
+        const uint32_t n = uint32_t(std::min<uint64_t>(kStreamWindow, length - done));
+        for (uint32_t got = 0; got < n;) {
+            const ssize_t r
+                = ::pread(file.fd, in.data() + got, n - got, off_t(offset + done + got));
+            if (r < 0 && errno == EINTR) continue;
+            if (r <= 0) return SaveStatus::FileReadError; // the source shrank meanwhile
+            got += uint32_t(r);
+        }
+        done += n;
+        if (codec != Codec::Zlib) {
+            outputFailed = !writeAll(out, in.data(), n);
+            if (outputFailed) return SaveStatus::FileWriteError;
+            continue;
+        }
+        z.next_in = reinterpret_cast<Bytef*>(in.data());
+        z.avail_in = n;
+        const int flush = done == length ? Z_FINISH : Z_NO_FLUSH;
+        int result;
+        do {
+            z.next_out = reinterpret_cast<Bytef*>(packed.data());
+            z.avail_out = kStreamWindow;
+            result = deflate(&z, flush);
+            if (result == Z_STREAM_ERROR) return SaveStatus::ZlibError;
+            const uint32_t have = kStreamWindow - z.avail_out;
+            produced += have;
+            if (produced > kMaxStoredSize) return SaveStatus::TooLarge;
+            outputFailed = !writeAll(out, packed.data(), have);
+            if (outputFailed) return SaveStatus::FileWriteError;
+        } while (z.avail_out == 0);
+        if (flush == Z_FINISH && result != Z_STREAM_END) return SaveStatus::ZlibError;
+        progress.processEvents();
+    }
+    packedSize = uint32_t(produced);
+    return SaveStatus::Complete;
+}
+
 } // namespace
 
 WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool isTexture,
@@ -589,7 +696,18 @@ WriteResult writeArchive(SourceList& sources, const QString& targetPath, bool is
             dataCursor += file.outLength[k];
         }
         if (status != SaveStatus::Complete) return fail(status, sourcePathOf(entry));
-        const uint32_t blockCount = file.blockCount;
+        uint32_t blockCount = file.blockCount;
+        for (uint32_t k = 0; k < file.streamedCount; ++k, ++blockCount) {
+            blocks[k] = file.blocks[k];
+            blocks[k].dataOffset = dataCursor;
+            bool outputFailed = false;
+            const SaveStatus streamed
+                = streamBlock(sourcePathOf(entry), blocks[k].sourceOffset, blocks[k].unpackedSize,
+                              codec, zlibLevel, temp, blocks[k].packedSize, outputFailed, progress);
+            if (streamed != SaveStatus::Complete)
+                return fail(streamed, outputFailed ? tempPath : sourcePathOf(entry));
+            dataCursor += blocks[k].packedSize ? blocks[k].packedSize : blocks[k].unpackedSize;
+        }
         const TextureLayout layout = file.layout;
         encoded.release(i);
         // Start writing the data out while later files are compressed, so that little is left
