@@ -258,6 +258,23 @@ void TestExtractor::failures_data()
         QTest::newRow("zlib claims 4 GiB")
             << b.build() << int(ArchiveStatus::ZlibError) << QStringList {"bomb.bin=0"};
     }
+    {
+        // Blocks this large are decoded in windows: a wrong size is still found, and what went
+        // out of the block before is taken back.
+        Ba2Builder b;
+        TestEntry& e = b.addGeneral("w.bin", QByteArray(40 << 20, 'w'), Pack::Zlib);
+        e.unpackedSize += 1;
+        QTest::newRow("windowed zlib, size too large")
+            << b.build() << int(ArchiveStatus::ZlibError) << QStringList {"w.bin=0"};
+        e.unpackedSize -= 2;
+        QTest::newRow("windowed zlib, size too small")
+            << b.build() << int(ArchiveStatus::ZlibError) << QStringList {"w.bin=0"};
+        e.unpackedSize += 1;
+        e.stored.chop(e.stored.size() / 2);
+        e.packedSize = uint32_t(e.stored.size());
+        QTest::newRow("windowed zlib, stream cut short")
+            << b.build() << int(ArchiveStatus::ZlibError) << QStringList {"w.bin=0"};
+    }
 }
 
 void TestExtractor::failures()
@@ -489,6 +506,9 @@ void TestExtractor::parallelMatchesOneThread_data()
         << false << -1 << -1 << false << 20 << QByteArray("dir6") << 1;
     QTest::newRow("a folder named like a file")
         << true << -1 << -1 << false << 20 << QByteArray("dir6/f6.dds/x.dds") << 1;
+    // Refused when its turn to be opened comes, while the files before it are open, not written.
+    QTest::newRow("an unsafe name amid open files")
+        << false << -1 << -1 << false << 33 << QByteArray("../up") << 1;
 }
 
 // Files with their bytes and folders (with a trailing '/') below root.
@@ -566,6 +586,7 @@ void TestExtractor::parallelMatchesOneThread()
         ? int(texture ? ArchiveStatus::Lz4Error : ArchiveStatus::ZlibError)
         : cancelAt >= 0              ? int(ArchiveStatus::Aborted)
         : newName.startsWith("dir6") ? int(ArchiveStatus::FileOpenError)
+        : newName.startsWith("..")   ? int(ArchiveStatus::UnsafeName)
                                      : int(ArchiveStatus::Complete);
     QCOMPARE(int(results[0].status), expected);
     QString fault1, fault3;
