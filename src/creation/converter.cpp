@@ -423,7 +423,7 @@ ConvertResult convertArchive(const ArchiveReader& reader, const QString& targetP
     if (inHeader == outHeader && lz4In == lz4Out && keepBlocks) {
         // Nothing but the version changes: the archive is copied as it stands.
         for (uint64_t done = 0; done < inSize;) {
-            progress.setValue(int(uint64_t(count) * done / inSize));
+            progress.setValue(int(double(count) * double(done) / double(inSize)));
             if (progress.wasCanceled()) return fail(SaveStatus::Aborted, false, QString());
             const uint64_t step = std::min<uint64_t>(inSize - done, kCopyStep);
             const SaveStatus status = copyRange(in, done, out.fd, done, step, scratch);
