@@ -2,6 +2,7 @@
 // How every zarnel-cli command speaks: results on stdout, one per line; complaints on stderr
 // behind the command's name; usage errors end with a pointer to the help and exit status 2.
 
+#include <QByteArray>
 #include <QString>
 
 #include <cstdio>
@@ -25,3 +26,48 @@ inline int usageError(const char* who, const QString& text)
     std::fprintf(stderr, "Try '%s --help' for more information.\n", who);
     return 2;
 }
+
+// Many lines on stdout (a listing) gathered into large writes instead of one per line.
+class LineWriter
+{
+public:
+    LineWriter() { buffer.reserve(kChunk + 4096); }
+    ~LineWriter() { flush(); }
+    LineWriter(const LineWriter&) = delete;
+    LineWriter& operator=(const LineWriter&) = delete;
+
+    LineWriter& add(const char* text, size_t length)
+    {
+        buffer.append(text, int(length));
+        return *this;
+    }
+    LineWriter& add(const char* text) { return add(text, std::char_traits<char>::length(text)); }
+    LineWriter& add(const QByteArray& text) { return add(text.constData(), size_t(text.size())); }
+    LineWriter& add(const QString& text) { return add(text.toUtf8()); }
+    LineWriter& add(char c)
+    {
+        buffer.append(c);
+        return *this;
+    }
+    LineWriter& add(unsigned long long number)
+    {
+        char digits[24];
+        return add(digits, size_t(std::snprintf(digits, sizeof digits, "%llu", number)));
+    }
+    // Ends a line; writes out what has gathered once it is large.
+    void endLine()
+    {
+        buffer.append('\n');
+        if (buffer.size() >= kChunk) flush();
+    }
+    void flush()
+    {
+        if (!buffer.isEmpty()) std::fwrite(buffer.constData(), 1, size_t(buffer.size()), stdout);
+        std::fflush(stdout);
+        buffer.clear();
+    }
+
+private:
+    static constexpr int kChunk = 1 << 16;
+    QByteArray buffer;
+};
