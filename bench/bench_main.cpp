@@ -69,38 +69,15 @@ void report(const char* workload, double ours, double limit, const char* limitNa
     std::fflush(stdout);
 }
 
-// An archive of count stored general files with short names, built byte by byte.
+// An archive of count stored general files with short names.
 QByteArray generalArchive(uint32_t count)
 {
-    QByteArray names;
-    std::vector<QByteArray> list;
-    for (uint32_t i = 0; i < count; ++i) {
-        QByteArray name = "meshes/set" + QByteArray::number(i / 1000) + "/file"
-            + QByteArray::number(i) + ".nif";
-        list.push_back(name);
-    }
-    const uint64_t dataStart = 24 + uint64_t(count) * 36;
-    QByteArray out(int(dataStart), '\0');
-    uint64_t cursor = dataStart;
-    for (uint32_t i = 0; i < count; ++i) {
-        ba2::GeneralFileRecord r;
-        r.nameHash = i;
-        r.dataOffset = cursor;
-        r.unpackedSize = 4;
-        cursor += 4;
-        ba2::encodeGeneralRecord(r, reinterpret_cast<unsigned char*>(out.data()) + 24 + 36 * i);
-    }
-    out.append(QByteArray(int(count) * 4, 'd'));
-    ba2::ArchiveHeader h;
-    h.fileCount = count;
-    h.nameTableOffset = cursor;
-    ba2::encodeHeader(h, reinterpret_cast<unsigned char*>(out.data()));
-    for (const QByteArray& n : list) {
-        const char len[2] = {char(n.size() & 0xFF), char(n.size() >> 8)};
-        out.append(len, 2);
-        out.append(n);
-    }
-    return out;
+    testutil::Ba2Builder b;
+    for (uint32_t i = 0; i < count; ++i)
+        b.addGeneral("meshes/set" + QByteArray::number(i / 1000) + "/file" + QByteArray::number(i)
+                         + ".nif",
+                     "dddd");
+    return b.build();
 }
 
 void benchOpen(const QString& dir)
@@ -133,57 +110,28 @@ struct Block
 // Writes an archive of the blocks: general (zlib) or texture (one LZ4 chunk per file).
 void writeBlocksArchive(const QString& path, const std::vector<Block>& blocks, bool texture)
 {
-    const uint32_t version = texture ? 3 : 1;
-    const uint32_t headerSize = ba2::headerSizeFor(version);
-    const uint64_t recordBytes = blocks.size() * uint64_t(texture ? 48 : 36);
-    uint64_t cursor = headerSize + recordBytes;
-    QByteArray records;
+    testutil::Ba2Builder archive;
+    archive.version = texture ? 3 : 1;
+    archive.texture = texture;
     for (const Block& b : blocks) {
-        unsigned char rec[48];
+        testutil::TestEntry e;
+        e.name = b.name.toUtf8();
         if (texture) {
-            ba2::TextureFileRecord t;
-            t.chunkCount = 1;
-            t.width = t.height = 256;
-            t.mipCount = 1;
-            t.format = 71;
-            ba2::encodeTextureRecord(t, rec);
-            ba2::ChunkRecord c;
-            c.dataOffset = cursor;
+            e.width = e.height = 256;
+            e.format = 71;
+            testutil::TestChunk c;
+            c.stored = b.packed;
             c.packedSize = uint32_t(b.packed.size());
             c.unpackedSize = b.unpackedSize;
-            ba2::encodeChunkRecord(c, rec + 24);
-            records.append(reinterpret_cast<char*>(rec), 48);
+            e.chunks.append(c);
         } else {
-            ba2::GeneralFileRecord g;
-            g.dataOffset = cursor;
-            g.packedSize = uint32_t(b.packed.size());
-            g.unpackedSize = b.unpackedSize;
-            ba2::encodeGeneralRecord(g, rec);
-            records.append(reinterpret_cast<char*>(rec), 36);
+            e.stored = b.packed;
+            e.packedSize = uint32_t(b.packed.size());
+            e.unpackedSize = b.unpackedSize;
         }
-        cursor += uint64_t(b.packed.size());
+        archive.entries.append(e);
     }
-    ba2::ArchiveHeader h;
-    h.version = version;
-    h.archiveType = texture ? ba2::kTypeTexture : ba2::kTypeGeneral;
-    h.fileCount = uint32_t(blocks.size());
-    h.nameTableOffset = cursor;
-    h.headerExtra = 1;
-    h.compressionCode = 3;
-    unsigned char header[36];
-    ba2::encodeHeader(h, header);
-    QFile f(path);
-    f.open(QIODevice::WriteOnly | QIODevice::Truncate);
-    f.write(reinterpret_cast<char*>(header), headerSize);
-    f.write(records);
-    for (const Block& b : blocks)
-        f.write(b.packed);
-    for (const Block& b : blocks) {
-        const QByteArray n = b.name.toUtf8();
-        const char len[2] = {char(n.size() & 0xFF), char(n.size() >> 8)};
-        f.write(len, 2);
-        f.write(n);
-    }
+    testutil::writeFile(path, archive.build());
 }
 
 // The raw limit: decode every block from memory with the fastest decoder we have, and write

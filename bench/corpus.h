@@ -1,6 +1,8 @@
 #pragma once
 // Deterministic benchmark data: texture-like, mesh-like and incompressible files.
 
+#include "testutil.h"
+
 #include <QByteArray>
 #include <QDir>
 #include <QFile>
@@ -142,12 +144,6 @@ inline std::vector<QByteArray> ofKind(Kind kind, int64_t totalBytes, uint64_t se
     return blocks;
 }
 
-inline void put32(QByteArray& b, uint32_t v)
-{
-    for (int i = 0; i < 4; ++i)
-        b.append(char(v >> (8 * i)));
-}
-
 // A DDS file with a full mip chain of texture-like blocks: BC1 behind the plain header, or BC7
 // behind the DX10 one.
 inline QByteArray ddsFile(uint32_t width, uint32_t height, bool bc7, uint64_t seed)
@@ -159,25 +155,11 @@ inline QByteArray ddsFile(uint32_t width, uint32_t height, bool bc7, uint64_t se
         ++mips;
         if (w == 1 && h == 1) break;
     }
-    QByteArray f("DDS ");
-    put32(f, 124);
-    put32(f, 0x000A1007);
-    put32(f, height);
-    put32(f, width);
-    put32(f, 0);
-    put32(f, 0);
-    put32(f, mips);
-    f += QByteArray(44, '\0');
-    put32(f, 32);
-    put32(f, 0x4);
-    f += bc7 ? "DX10" : "DXT1";
-    f += QByteArray(20, '\0');
-    put32(f, 0x401008);
-    f += QByteArray(16, '\0');
-    if (bc7) {
-        for (uint32_t v : {98u, 3u, 0u, 1u, 0u})
-            put32(f, v);
-    }
+    testutil::DdsFields fields;
+    fields.flags = 0x000A1007;
+    fields.caps = 0x401008;
+    const QByteArray f = testutil::makeDds(
+        bc7 ? testutil::ddsDx10(98) : testutil::ddsFourCC("DXT1"), width, height, mips, 0, fields);
     return f + textureLike(int(bytes), seed);
 }
 

@@ -3,21 +3,16 @@
 
 #include <QtTest>
 
-#include <zlib.h>
+#include "testutil.h"
 
-// The name hash is a CRC-32 without the usual inversions; zlib's crc32 is the reference.
-static uint32_t refHash(const QByteArray& b)
-{
-    return ~uint32_t(
-        crc32(0xFFFFFFFFul, reinterpret_cast<const Bytef*>(b.constData()), uInt(b.size())));
-}
+using testutil::referenceNameHash;
 
 class TestFormat : public QObject
 {
     Q_OBJECT
 private slots:
     // The common CRC-32 of "123456789" is 0xCBF43926; without the inversions it is 0x2DFD2D88.
-    void initTestCase() { QCOMPARE(refHash("123456789"), 0x2DFD2D88u); }
+    void initTestCase() { QCOMPARE(referenceNameHash("123456789"), 0x2DFD2D88u); }
     void nameHash_data();
     void nameHash();
     void dxgiFormats_data();
@@ -49,8 +44,9 @@ void TestFormat::nameHash()
     NameHashTable table;
     table.nameHashReady = ready;
     uint8_t count = 99;
-    const uint32_t expected
-        = ready ? refHash(directoryMode ? QByteArray(input).replace('/', '\\') : input) : 0;
+    const uint32_t expected = ready
+        ? referenceNameHash(directoryMode ? QByteArray(input).replace('/', '\\') : input)
+        : 0;
     QCOMPARE(NameHash(table, input.constData(), size_t(input.size()), directoryMode, &count),
              expected);
     QCOMPARE(int(count), components == -1 ? 99 : components);

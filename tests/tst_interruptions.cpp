@@ -5,20 +5,13 @@
 
 #include "testutil.h"
 
-#include <QDirIterator>
 #include <QElapsedTimer>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QtTest>
 
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
-
-extern char** environ;
 
 #ifndef __has_feature
 #define __has_feature(x) 0
@@ -31,65 +24,7 @@ using namespace testutil;
 
 namespace {
 
-const QString kCli = QStringLiteral(ZARNEL_CLI_PATH);
-
-struct Run
-{
-    int exitCode = -1; // -1 when a signal ended it
-    QString out, err;
-    long peakKib = 0; // peak resident size of this one child
-};
-
-// Runs zarnel-cli, under prlimit when a limit such as "--fsize=N" is given. Output goes
-// through pipes: a file would be held to the same size limit as the program's own files.
-Run runCli(const QStringList& args, const QString& limit = QString())
-{
-    QList<QByteArray> bytes;
-    if (!limit.isEmpty())
-        bytes << QFile::encodeName(QStandardPaths::findExecutable("prlimit")) << limit.toUtf8()
-              << "--";
-    bytes << QFile::encodeName(kCli);
-    for (const QString& a : args)
-        bytes << QFile::encodeName(a);
-    std::vector<char*> argv;
-    for (QByteArray& b : bytes)
-        argv.push_back(b.data());
-    argv.push_back(nullptr);
-    int out[2], err[2];
-    if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) return Run();
-    posix_spawn_file_actions_t redirect;
-    posix_spawn_file_actions_init(&redirect);
-    posix_spawn_file_actions_adddup2(&redirect, out[1], 1);
-    posix_spawn_file_actions_adddup2(&redirect, err[1], 2);
-    pid_t pid = 0;
-    const bool started = posix_spawn(&pid, argv[0], &redirect, nullptr, argv.data(), environ) == 0;
-    posix_spawn_file_actions_destroy(&redirect);
-    close(out[1]);
-    close(err[1]);
-    // Every output here stays far below what a pipe holds, so the child never waits for us.
-    Run r;
-    int status = 0;
-    struct rusage usage = {};
-    if (started && wait4(pid, &status, 0, &usage) == pid && WIFEXITED(status))
-        r.exitCode = WEXITSTATUS(status);
-    r.peakKib = usage.ru_maxrss;
-    for (int fd : {out[0], err[0]}) {
-        QFile pipe;
-        pipe.open(fd, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle);
-        (fd == out[0] ? r.out : r.err) = QString::fromUtf8(pipe.readAll());
-    }
-    return r;
-}
-
-QStringList treeOf(const QString& root)
-{
-    QStringList files;
-    QDirIterator it(root, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
-    while (it.hasNext())
-        files << it.next().mid(root.size() + 1);
-    files.sort();
-    return files;
-}
+const QString kCli = cliPath();
 
 // Size of a version-1 general archive of stored files, worked out from the layout.
 qint64 storedArchiveSize(const QMap<QString, int>& files)
@@ -162,7 +97,7 @@ void TestInterruptions::createIntoFullDisk()
 
     // The complete archive, written without a limit, gives the size to starve.
     const QStringList create = QStringList {"create"} + options + QStringList {"-o"};
-    const Run reference = runCli(create + QStringList {dir + "/ref.ba2", dir + "/in/D"});
+    const CliRun reference = runCli(create + QStringList {dir + "/ref.ba2", dir + "/in/D"});
     QCOMPARE(reference.exitCode, 0);
     const QByteArray complete = readFile(dir + "/ref.ba2");
     if (storedV1) QCOMPARE(qint64(complete.size()), storedArchiveSize(files));
@@ -176,8 +111,8 @@ void TestInterruptions::createIntoFullDisk()
     const QString target = dir + "/out/old.ba2";
     const QByteArray old = patternBytes(4096, 77, false);
     QVERIFY(writeFile(target, old));
-    const Run r = runCli(create + QStringList {target, dir + "/in/D"},
-                         QStringLiteral("--fsize=%1").arg(limit));
+    const CliRun r = runCli(create + QStringList {target, dir + "/in/D"},
+                            QStringLiteral("--fsize=%1").arg(limit));
     if (room == "exact") {
         QCOMPARE(r.out, QStringLiteral("Complete.\n"));
         QCOMPARE(r.exitCode, 0);
@@ -188,7 +123,7 @@ void TestInterruptions::createIntoFullDisk()
         QVERIFY2(r.err.contains(target + ".Zarneler"), qPrintable(r.err));
         QCOMPARE(readFile(target), old);
     }
-    QCOMPARE(treeOf(dir + "/out"), QStringList {"old.ba2"});
+    QCOMPARE(fileList(dir + "/out"), QStringList {"old.ba2"});
 }
 
 void TestInterruptions::createKilledHalfway()
@@ -231,11 +166,11 @@ void TestInterruptions::createKilledHalfway()
     const QMap<QString, int> files {{"s/x.txt", 3000}, {"s/y.txt", 17}};
     for (auto it = files.begin(); it != files.end(); ++it)
         QVERIFY(writeFile(dir + "/small/S/" + it.key().mid(2), patternBytes(it.value(), 9)));
-    const Run r = runCli({"create", "--format", "general", "--version", "1", "--zlib", "0", "-o",
-                          target, dir + "/small/S"});
+    const CliRun r = runCli({"create", "--format", "general", "--version", "1", "--zlib", "0", "-o",
+                             target, dir + "/small/S"});
     QCOMPARE(r.out, QStringLiteral("Complete.\n"));
     QCOMPARE(r.exitCode, 0);
-    QCOMPARE(treeOf(dir + "/out"), QStringList {"keep.ba2"});
+    QCOMPARE(fileList(dir + "/out"), QStringList {"keep.ba2"});
     QCOMPARE(QFileInfo(target).size(), storedArchiveSize(files));
     QCOMPARE(runCli({"list", target}).out, QStringLiteral("s/x.txt\ns/y.txt\n"));
     QCOMPARE(runCli({"verify", target}).out, QStringLiteral("OK\n"));
@@ -288,7 +223,7 @@ void TestInterruptions::extractIntoFullDisk()
     QVERIFY(writeFile(dir + "/a.ba2", builder.build()));
     QVERIFY(QDir().mkpath(dir + "/out/T"));
 
-    const Run r
+    const CliRun r
         = runCli({"--jobs", QString::number(jobs), "extract", dir + "/a.ba2", dir + "/out/T"},
                  QStringLiteral("--fsize=%1").arg(limit));
     QCOMPARE(r.out, QStringLiteral("File Write Error.\n"));
@@ -300,7 +235,7 @@ void TestInterruptions::extractIntoFullDisk()
     for (int i = 0; i <= failing; ++i)
         expected << "T/" + names[i];
     expected.sort();
-    QCOMPARE(treeOf(dir + "/out"), expected);
+    QCOMPARE(fileList(dir + "/out"), expected);
     for (int i = 0; i <= failing; ++i) {
         const QByteArray written = readFile(dir + "/out/T/" + names[i]);
         const qint64 whole = headerLength + contents[i].size();
@@ -384,7 +319,7 @@ void TestInterruptions::shortOfMemory()
     QVERIFY(QDir().mkpath(dir + "/out"));
     QStringList args {"-j", "1", command, archive};
     if (command == "extract") args << dir + "/out";
-    const Run r = runCli(args, limit);
+    const CliRun r = runCli(args, limit);
     QCOMPARE(r.exitCode, 1);
     QCOMPARE(r.out, out);
     QCOMPARE(r.err, err.replace("@", archive));
@@ -420,7 +355,7 @@ void TestInterruptions::largeFilesInBoundedMemory()
     }
     const QString jobs = zlib == 2 ? "2" : "1";
     const QString archive = dir + "/a.ba2";
-    const Run runs[] = {
+    const CliRun runs[] = {
         runCli({"-j", jobs, "create", "--format", "general", "--version", "1", "--zlib",
                 QString::number(zlib), "-o", archive, dir + "/in/Data"}),
         runCli({"-j", jobs, "verify", archive}),

@@ -2,7 +2,6 @@
 #include "testutil.h"
 
 #include <QDir>
-#include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -13,33 +12,6 @@ using namespace testutil;
 Q_DECLARE_METATYPE(Ba2Builder)
 
 namespace {
-
-class RecordingProgress : public Progress
-{
-public:
-    void setMaximum(int m) override { maximum = m; }
-    void setValue(int v) override { values.append(v); }
-    void processEvents() override { ++events; }
-    int maximum = -1;
-    QVector<int> values;
-    int events = 0;
-};
-
-struct CliRun
-{
-    int exitCode;
-    QString out, err;
-};
-
-CliRun runCli(const QStringList& args)
-{
-    QProcess p;
-    p.start(QStringLiteral(ZARNEL_CLI_PATH), args);
-    p.waitForFinished(60000);
-    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1,
-            QString::fromUtf8(p.readAllStandardOutput()),
-            QString::fromUtf8(p.readAllStandardError())};
-}
 
 QByteArray patched(QByteArray bytes, int offset, uint32_t value, int width = 4)
 {
@@ -73,8 +45,6 @@ private slots:
     void infoLines();
     void realSamples_data();
     void realSamples();
-    void cliExitCodes_data();
-    void cliExitCodes();
 
 private:
     QString write(const QByteArray& bytes)
@@ -141,7 +111,7 @@ void TestReader::loads()
     QCOMPARE(r.fileCount, uint32_t(n));
     QCOMPARE(r.headerExtra, b.version == 2 || b.version == 3 ? b.headerExtra : 0);
     QCOMPARE(progress.maximum, n);
-    QCOMPARE(progress.events, n);
+    QCOMPARE(progress.eventPasses, n);
     QVector<int> steps(n);
     std::iota(steps.begin(), steps.end(), 1);
     QCOMPARE(progress.values, steps);
@@ -322,6 +292,10 @@ void TestReader::realSamples_data()
     };
     QTest::addColumn<QString>("file");
     QTest::addColumn<QStringList>("expected");
+    if (!QFileInfo(samplesDir()).isDir()) {
+        QTest::newRow("no samples") << QString() << QStringList();
+        return;
+    }
     const QStringList all = QDir(samplesDir()).entryList({"*.ba2"}, QDir::Files);
     QCOMPARE(all.size(), known.size()); // a new sample needs its row here
     for (const QString& file : all)
@@ -330,6 +304,7 @@ void TestReader::realSamples_data()
 
 void TestReader::realSamples()
 {
+    SKIP_WITHOUT_SAMPLES();
     QFETCH(QString, file);
     QFETCH(QStringList, expected);
     QCOMPARE(expected.size(), 4);
@@ -345,42 +320,6 @@ void TestReader::realSamples()
         names << r.nameOf(i);
     QVERIFY(!names.contains(QString()) && names.filter(QStringLiteral("\\")).isEmpty());
     if (!expected[3].isEmpty()) QCOMPARE(names[0].section('/', -1), expected[3]);
-    // The command line prints the same lines and names.
-    const CliRun info = runCli({"info", path}), list = runCli({"list", path});
-    QCOMPARE(info.exitCode, 0);
-    QCOMPARE(info.out,
-             QStringList({archiveInfoLine1(r), archiveInfoLine2(r), archiveInfoLine3(r), ""})
-                 .join('\n'));
-    QCOMPARE(list.exitCode, 0);
-    QCOMPARE(list.out, names.join('\n') + '\n');
-}
-
-void TestReader::cliExitCodes_data()
-{
-    QTest::addColumn<QStringList>("args");
-    QTest::addColumn<int>("exitCode");
-    QTest::addColumn<QString>(
-        "output"); // expected in stderr, or at the start of stdout for exit code 0
-    QTest::newRow("no command") << QStringList() << 2 << "missing command";
-    QTest::newRow("unknown command") << QStringList {"frobnicate"} << 2 << "unknown command";
-    QTest::newRow("info without archive") << QStringList {"info"} << 2 << "exactly one";
-    QTest::newRow("not an archive") << QStringList {"info", ZARNEL_CLI_PATH} << 1 << "not a BA2";
-    QTest::newRow("missing file") << QStringList {"list", "/nonexistent/x.ba2"} << 1
-                                  << "cannot open";
-    QTest::newRow("help") << QStringList {"--help"} << 0 << "Usage: zarnel-cli";
-    QTest::newRow("version") << QStringList {"--version"} << 0 << "zarnel-cli " ZARNEL_VERSION "\n";
-}
-
-void TestReader::cliExitCodes()
-{
-    QFETCH(QStringList, args);
-    QFETCH(QString, output);
-    const CliRun run = runCli(args);
-    QTEST(run.exitCode, "exitCode");
-    if (run.exitCode == 0)
-        QVERIFY2(run.out.startsWith(output), qPrintable(run.out));
-    else
-        QVERIFY2(run.err.contains(output), qPrintable(run.err));
 }
 
 int main(int argc, char** argv)

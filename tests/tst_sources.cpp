@@ -10,34 +10,14 @@
 #include <random>
 #include <zlib.h>
 
-namespace {
+using namespace testutil;
 
-// The name hash is a CRC-32 without the usual inversions; zlib's crc32 gives an independent
-// reference: crc32(0xFFFFFFFF, x) is the inverted raw CRC started at 0.
-uint32_t refHash(const QByteArray& b)
-{
-    return ~uint32_t(
-        crc32(0xFFFFFFFFul, reinterpret_cast<const Bytef*>(b.constData()), uInt(b.size())));
-}
+namespace {
 
 std::optional<SourceEntry> entry(const QByteArray& path, uint32_t rootPrefix)
 {
     return makeSourceEntry(path, rootPrefix, defaultNameHashTable());
 }
-
-// Cancels at the n-th poll (0: never) and records what the scan asked of it.
-class RecordingProgress : public Progress
-{
-public:
-    explicit RecordingProgress(int cancelAtPoll = 0)
-        : cancelAt(cancelAtPoll)
-    { }
-    void setValue(int value) override { values << value; }
-    void processEvents() override { ++eventPasses; }
-    bool wasCanceled() override { return ++polls >= cancelAt && cancelAt > 0; }
-    int cancelAt, polls = 0, eventPasses = 0;
-    QVector<int> values;
-};
 
 QStringList debugLines;
 void collectDebug(QtMsgType type, const QMessageLogContext&, const QString& text)
@@ -162,11 +142,12 @@ void TestSources::makeEntry()
              c.ext.isEmpty() && !name.endsWith('.') ? e->nameStart
                                                     : uint32_t(p.size() - c.ext.size()));
     QCOMPARE(e->dirStart, c.dir.isEmpty() ? e->nameStart : e->relStart);
-    const uint32_t dirHash = c.dir.isEmpty() ? 0 : refHash(QByteArray(c.dir).replace('/', '\\'));
+    const uint32_t dirHash
+        = c.dir.isEmpty() ? 0 : referenceNameHash(QByteArray(c.dir).replace('/', '\\'));
     const uint32_t extension
         = qFromLittleEndian<quint32>((c.ext + QByteArray(4, '\0')).constData());
     QCOMPARE((QVector<uint32_t> {e->nameHash, e->extension, e->directoryHash, e->depth}),
-             (QVector<uint32_t> {refHash(c.stem), extension, dirHash, c.depth}));
+             (QVector<uint32_t> {referenceNameHash(c.stem), extension, dirHash, c.depth}));
 }
 
 void TestSources::sortOrder_data()

@@ -3,6 +3,7 @@
 // same tree and report the same outcome.
 #include "archive/archivereader.h"
 #include "archive/extractor.h"
+#include "testutil.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -11,24 +12,6 @@
 
 #include <cstdlib>
 #include <unistd.h>
-
-namespace {
-
-QMap<QString, QByteArray> treeOf(const QString& root)
-{
-    QMap<QString, QByteArray> tree;
-    QDirIterator it(root, QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System,
-                    QDirIterator::Subdirectories);
-    while (it.hasNext()) {
-        const QString p = it.next();
-        QFile f(p);
-        tree[p.mid(root.size())]
-            = it.fileInfo().isDir() || !f.open(QIODevice::ReadOnly) ? QByteArray("/") : f.readAll();
-    }
-    return tree;
-}
-
-} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
@@ -51,7 +34,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     }
     if (results[0].status != results[1].status || results[0].failedName != results[1].failedName)
         std::abort();
-    if (treeOf(targets[0]) != treeOf(targets[1])) std::abort();
+    if (testutil::treeContents(targets[0]) != testutil::treeContents(targets[1])) std::abort();
     // Only the archive and the target trees may exist under base.
     QDirIterator it(base, QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System,
                     QDirIterator::Subdirectories);

@@ -15,32 +15,6 @@ void put(const QString& dir, const QString& name, const QByteArray& bytes)
     writeFile(dir + "/" + name, bytes);
 }
 
-QByteArray dds(uint32_t width, uint32_t height, uint32_t mips, uint32_t pfFlags, const char* fourCC,
-               uint32_t bits, uint32_t r, uint32_t g, uint32_t b, uint32_t a, int dxgi,
-               int dataBytes)
-{
-    QByteArray h(dxgi ? 148 : 128, '\0');
-    auto set = [&](int off, uint32_t v) {
-        for (int i = 0; i < 4; ++i)
-            h[off + i] = char((v >> (8 * i)) & 0xFF);
-    };
-    h.replace(0, 4, "DDS ");
-    set(4, 124);
-    set(12, height);
-    set(16, width);
-    set(28, mips);
-    set(76, 32);
-    set(80, pfFlags);
-    if (fourCC) h.replace(84, 4, fourCC);
-    set(88, bits);
-    set(92, r);
-    set(96, g);
-    set(100, b);
-    set(104, a);
-    if (dxgi) set(128, uint32_t(dxgi));
-    return h + patternBytes(dataBytes, width * 7 + height);
-}
-
 } // namespace
 
 int main(int argc, char** argv)
@@ -91,27 +65,24 @@ int main(int argc, char** argv)
         put(archives, f, readFile(samplesDir() + "/" + f));
 
     const QString textures = root + "/texture";
-    put(textures, "dxt1.dds", dds(16, 16, 3, 4, "DXT1", 0, 0, 0, 0, 0, 0, 128 + 32 + 8));
-    put(textures, "dxt5.dds", dds(1024, 512, 1, 4, "DXT5", 0, 0, 0, 0, 0, 0, 4096));
-    put(textures, "bc7.dds", dds(8, 8, 2, 4, "DX10", 0, 0, 0, 0, 0, 98, 80));
+    put(textures, "dxt1.dds", makeDds(ddsFourCC("DXT1"), 16, 16, 3, 128 + 32 + 8));
+    put(textures, "dxt5.dds", makeDds(ddsFourCC("DXT5"), 1024, 512, 1, 4096));
+    put(textures, "bc7.dds", makeDds(ddsDx10(98), 8, 8, 2, 80));
     put(textures, "rgba.dds",
-        dds(4, 4, 3, 0x41, nullptr, 32, 0xFF, 0xFF00, 0xFF0000, 0xFF000000, 0, 84));
+        makeDds(ddsMasks(0x41, 32, 0xFF, 0xFF00, 0xFF0000, 0xFF000000), 4, 4, 3, 84));
     put(textures, "bgra.dds",
-        dds(4, 4, 1, 0x41, nullptr, 32, 0xFF0000, 0xFF00, 0xFF, 0xFF000000, 0, 64));
-    put(textures, "lum.dds", dds(8, 2, 1, 0x20000, nullptr, 8, 0xFF, 0, 0, 0, 0, 16));
-    put(textures, "half.dds", dds(2, 2, 2, 4, nullptr, 0, 0, 0, 0, 0, 0, 40));
+        makeDds(ddsMasks(0x41, 32, 0xFF0000, 0xFF00, 0xFF, 0xFF000000), 4, 4, 1, 64));
+    put(textures, "lum.dds", makeDds(ddsMasks(0x20000, 8, 0xFF, 0, 0, 0), 8, 2, 1, 16));
+    put(textures, "half.dds", makeDds(ddsFourCC(0u), 2, 2, 2, 40));
     // Cube maps (face bits, the DX10 cube flag), an array, and a format outside the FourCCs.
-    const auto shaped = [](QByteArray f, int at, const QByteArray& bytes) {
-        return f.replace(at, bytes.size(), bytes);
-    };
-    const QByteArray faces("\x00\xFE\x00\x00", 4), one("\x01\x00\x00\x00", 4);
-    put(textures, "cube.dds", shaped(dds(8, 8, 2, 4, "DXT1", 0, 0, 0, 0, 0, 0, 240), 112, faces));
-    put(textures, "cube10.dds",
-        shaped(dds(4, 4, 1, 4, "DX10", 0, 0, 0, 0, 0, 49, 192), 136,
-               QByteArray("\x04\x00\x00\x00", 4) + one));
-    put(textures, "array.dds",
-        shaped(dds(4, 4, 1, 4, "DX10", 0, 0, 0, 0, 0, 98, 32), 140, QByteArray("\x02\0\0\0", 4)));
-    put(textures, "r16.dds", shaped(dds(8, 8, 4, 4, "DX10", 0, 0, 0, 0, 0, 56, 170), 140, one));
+    DdsFields faces, cube10, array;
+    faces.caps2 = 0xFE00;
+    cube10.miscFlag = 4;
+    array.arraySize = 2;
+    put(textures, "cube.dds", makeDds(ddsFourCC("DXT1"), 8, 8, 2, 240, faces));
+    put(textures, "cube10.dds", makeDds(ddsDx10(49), 4, 4, 1, 192, cube10));
+    put(textures, "array.dds", makeDds(ddsDx10(98), 4, 4, 1, 32, array));
+    put(textures, "r16.dds", makeDds(ddsDx10(56), 8, 8, 4, 170));
 
     const QString codec = root + "/lz4large";
     put(codec, "text", patternBytes(5000, 1));
