@@ -7,6 +7,10 @@
 
 #include <QtTest>
 
+#include <libdeflate.h>
+#include <lz4.h>
+#include <zlib.h>
+
 using namespace testutil;
 
 namespace {
@@ -107,7 +111,9 @@ void TestCli::commands_data()
     row("help beside an unknown word", "frobnicate -h", "0",
         "Usage: zarnel-cli COMMAND [ARGS]\n...");
     row("command help", "info --help", "0", "Usage: zarnel-cli info ARCHIVE\n\n...");
-    row("version", "--version", "0", "zarnel-cli " ZARNEL_VERSION "\n...");
+    row("version", "--version", "0",
+        QStringLiteral("zarnel-cli " ZARNEL_VERSION "\ncodecs: zlib %1, libdeflate %2, lz4 %3\n")
+            .arg(zlibVersion(), LIBDEFLATE_VERSION_STRING, LZ4_versionString()));
     row("bad jobs", "--jobs 0 list @/g1.ba2", "2", "",
         "zarnel-cli: --jobs needs a number from 1 to 256\n" + tryHelp);
     // info, list, verify, extract

@@ -5,6 +5,7 @@
 #include "cli/command.h"
 #include "cli/options.h"
 #include "cli/output.h"
+#include "creation/codecs.h"
 
 #include <QCoreApplication>
 
@@ -27,6 +28,7 @@ int main(int argc, char** argv)
     }
     if (name == QLatin1String("--version")) {
         printOut(QStringLiteral("zarnel-cli " ZARNEL_VERSION));
+        printOut(QStringLiteral("codecs: ") + codecLibraryVersions());
         return 0;
     }
     const Command* command = findCommand(name);
