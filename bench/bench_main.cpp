@@ -1,5 +1,5 @@
 // zarnel-bench: measures our engines against the raw limit of the same work in one run.
-// Usage: zarnel-bench [WORKLOAD...]   (no argument: open extract create gather convert)
+// Usage: zarnel-bench [WORKLOAD...]   (no argument: open list extract create gather convert)
 //        zarnel-bench engines         zlib against libdeflate at every level (slow)
 //        zarnel-bench write-corpus DIR   the create corpus as files, for memory measurements
 // Each line: workload, our time, the limit's time, and limit/ours (1.0 = at the limit).
@@ -33,8 +33,12 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <spawn.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
+
+extern char** environ;
 
 namespace {
 
@@ -98,6 +102,53 @@ void benchOpen(const QString& dir)
         if (!r.open(path, none)) std::fprintf(stderr, "open failed\n");
     });
     report("open 100,000-file archive", ours, limit, "one read of the file");
+}
+
+// Runs a program with its output in a file; true when it exits with 0.
+bool runTo(const QStringList& args, const QString& output)
+{
+    std::vector<QByteArray> bytes;
+    for (const QString& a : args)
+        bytes.push_back(QFile::encodeName(a));
+    std::vector<char*> argv;
+    for (QByteArray& b : bytes)
+        argv.push_back(b.data());
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 1, QFile::encodeName(output).constData(),
+                                     O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    pid_t pid = 0;
+    int status = -1;
+    const bool started = posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ) == 0;
+    posix_spawn_file_actions_destroy(&actions);
+    return started && waitpid(pid, &status, 0) == pid && WIFEXITED(status)
+        && WEXITSTATUS(status) == 0;
+}
+
+// zarnel-cli's listing of a 100,000-file archive against cat of the same archive: each a whole
+// process, output into a file.
+void benchList(const QString& dir)
+{
+    const QString path = dir + "/list100k.ba2", out = dir + "/listing.txt";
+    QFile f(path);
+    if (!f.open(QIODevice::WriteOnly) || f.write(generalArchive(100000)) < 0) return;
+    f.close();
+    const QString cli = QStringLiteral(ZARNEL_CLI_PATH);
+    const double cat = bestOf(9, [&] { runTo({"cat", path}, out); });
+    const char* names[] = {"info", "list", "list --long"};
+    const QStringList commands[]
+        = {{cli, "info", path}, {cli, "list", path}, {cli, "list", "--long", path}};
+    for (int k = 0; k < 3; ++k) {
+        bool ok = true;
+        const double t = bestOf(9, [&] { ok = runTo(commands[k], out) && ok; });
+        const QString label = QStringLiteral("zarnel-cli %1, 100,000 files").arg(names[k]);
+        if (!ok)
+            std::printf("%-34s not available\n", qPrintable(label));
+        else
+            std::printf("%-34s ours %9.4f s   cat of the archive %9.4f s   ours/cat %5.2fx\n",
+                        qPrintable(label), t, cat, t / cat);
+    }
 }
 
 struct Block
@@ -333,28 +384,42 @@ std::vector<MemoryBlock> blocksOf(const std::vector<corpus::File>& files, bool t
 }
 
 // The raw limit: the fastest codec we have for this output, block by block from memory, and one
-// write of each result into one file.
-void rawCreate(const std::vector<MemoryBlock>& blocks, const CreateCase& c, const QString& path)
+// write of each result into one file. With threads > 1 each thread takes every threads-th block
+// and writes into a file of its own, with nothing shared between them.
+void rawCreate(const std::vector<MemoryBlock>& blocks, const CreateCase& c, const QString& path,
+               int threads = 1)
 {
-    const int fd = ::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    std::vector<char> out;
-    libdeflate_compressor* deflater
-        = c.version == 3 ? nullptr : libdeflate_alloc_compressor(c.zlibLevel);
-    for (const MemoryBlock& b : blocks) {
-        const size_t bound = size_t(std::max(lz4Bound(b.size), ZlibCompressor::bound(b.size)));
-        if (out.size() < bound) out.resize(bound);
-        int64_t n = 0;
-        if (c.version == 3) {
-            n = c.lz4Mode == 1 ? compressLz4(b.data, int(b.size), out.data(), int(out.size()))
-                               : compressLz4Large(b.data, int(b.size), out.data(), int(out.size()));
-        } else {
-            n = int64_t(libdeflate_zlib_compress(deflater, b.data, b.size, out.data(), out.size()));
+    auto part = [&](int first) {
+        const QByteArray name = QFile::encodeName(path + (first ? QString::number(first) : ""));
+        const int fd = ::open(name.constData(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        std::vector<char> out;
+        libdeflate_compressor* deflater
+            = c.version == 3 ? nullptr : libdeflate_alloc_compressor(c.zlibLevel);
+        for (size_t k = size_t(first); k < blocks.size(); k += size_t(threads)) {
+            const MemoryBlock& b = blocks[k];
+            const size_t bound = size_t(std::max(lz4Bound(b.size), ZlibCompressor::bound(b.size)));
+            if (out.size() < bound) out.resize(bound);
+            int64_t n = 0;
+            if (c.version == 3) {
+                n = c.lz4Mode == 1
+                    ? compressLz4(b.data, int(b.size), out.data(), int(out.size()))
+                    : compressLz4Large(b.data, int(b.size), out.data(), int(out.size()));
+            } else {
+                n = int64_t(
+                    libdeflate_zlib_compress(deflater, b.data, b.size, out.data(), out.size()));
+            }
+            if (n > 0 && ::write(fd, out.data(), size_t(n)) != n)
+                std::fprintf(stderr, "write failed\n");
         }
-        if (n > 0 && ::write(fd, out.data(), size_t(n)) != n)
-            std::fprintf(stderr, "write failed\n");
-    }
-    libdeflate_free_compressor(deflater);
-    ::close(fd);
+        libdeflate_free_compressor(deflater);
+        ::close(fd);
+    };
+    std::vector<std::thread> others;
+    for (int t = 1; t < threads; ++t)
+        others.emplace_back(part, t);
+    part(0);
+    for (std::thread& t : others)
+        t.join();
 }
 
 QByteArray fileHash(const QString& path)
@@ -395,11 +460,13 @@ void benchCreate(const QString& dir, int64_t corpusBytes)
     const QString out = dir + "/out.ba2", raw = dir + "/raw.bin";
     for (const CreateCase& c : cases) {
         const std::vector<MemoryBlock> blocks = blocksOf(c.texture ? textures : general, c.texture);
-        double limit = 1e30, one = 1e30, all = 1e30, cpuOne = 0, cpuAll = 0;
+        double limit = 1e30, limitAll = 1e30, one = 1e30, all = 1e30, cpuOne = 0, cpuAll = 0;
         QByteArray hashOne, hashAll;
         for (int round = 0; round < 3; ++round) {
             limit = std::min(limit, bestOf(1, [&] { rawCreate(blocks, c, raw); }));
-            QFile::remove(raw);
+            limitAll = std::min(limitAll, bestOf(1, [&] { rawCreate(blocks, c, raw, jobs); }));
+            for (int t = 0; t < jobs; ++t)
+                QFile::remove(raw + (t ? QString::number(t) : ""));
             for (int j : {1, jobs}) {
                 SourceList sources = c.texture ? textureSources : generalSources;
                 NullProgress none;
@@ -428,6 +495,9 @@ void benchCreate(const QString& dir, int64_t corpusBytes)
                     qPrintable(QStringLiteral("%1, all cores").arg(c.name)), all, jobs, one / all,
                     hashOne == hashAll && !hashOne.isEmpty() ? "identical" : "DIFFER", cpuOne,
                     cpuAll);
+        std::printf("%-34s limit %8.4f s   speed-up %5.2fx   ours/limit speed-up %4.2f\n",
+                    qPrintable(QStringLiteral("%1, limit all cores").arg(c.name)), limitAll,
+                    limit / limitAll, (one / all) / (limit / limitAll));
         std::fflush(stdout);
     }
 }
@@ -593,7 +663,8 @@ int main(int argc, char** argv)
         return writeCorpus(wanted[1], corpusBytes);
     }
     QTemporaryDir dir;
-    if (wanted.isEmpty()) wanted = QStringList {"open", "extract", "create", "gather", "convert"};
+    if (wanted.isEmpty())
+        wanted = QStringList {"open", "list", "extract", "create", "gather", "convert"};
     auto want = [&](const char* name) {
         return wanted.contains(QLatin1String(name));
     };
@@ -605,6 +676,7 @@ int main(int argc, char** argv)
     std::printf("corpus: %lld MiB (ZARNEL_BENCH_MIB), %d cores\n", (long long)(corpusBytes >> 20),
                 defaultJobCount());
     if (want("open")) benchOpen(dir.path());
+    if (want("list")) benchList(dir.path());
     if (want("extract")) {
         benchExtract(dir.path(), corpusFiles(), false);
         benchExtract(dir.path(), corpusFiles(), true);
