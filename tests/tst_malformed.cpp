@@ -117,6 +117,13 @@ void TestMalformed::check(const QByteArray& bytes, const QString& label)
     if (status == int(S::Complete)) QVERIFY2(sound, qPrintable(label + ": " + fault));
     if (sound)
         QVERIFY2(status == int(S::Complete) || status == int(S::FileOpenError), qPrintable(label));
+    // The command line lists whatever opened, and diff fails cleanly where verification does.
+    const CliRun listed = runCli({"list", "--long", path}), compared = runCli({"diff", path, path});
+    QVERIFY2(listed.exitCode == 0 && listed.out.count('\n') == int(reader.fileCount),
+             qPrintable(label + ": " + listed.err));
+    QVERIFY2(compared.exitCode == (sound ? 0 : 2) && compared.out.isEmpty()
+                 && compared.err.isEmpty() == sound,
+             qPrintable(label + ": " + compared.err));
     QDirIterator it(sandbox, QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System,
                     QDirIterator::Subdirectories);
     while (it.hasNext()) {

@@ -38,3 +38,9 @@ QByteArray programHelp();
 
 // Opens an archive as the window does; on failure says why on stderr and returns false.
 bool openArchive(ArchiveReader& reader, const QString& path, Progress& progress);
+
+// The record indexes, ascending, whose stored names match any of the patterns (every record
+// when there are none).
+std::vector<uint32_t> matchingRecords(const ArchiveReader& reader, const QStringList& patterns);
+// Says that no stored name matched; returns the exit status for it.
+int noMatch();

@@ -1,6 +1,7 @@
 #include "cli/command.h"
 
 #include "archive/archivereader.h"
+#include "archive/namepattern.h"
 #include "cli/output.h"
 
 // One line per command, in the order --help lists them; cmd_NAME.cpp defines NAMECommand().
@@ -9,7 +10,8 @@
     X(list) \
     X(extract) \
     X(verify) \
-    X(create)
+    X(create) \
+    X(diff)
 
 #define ZARNEL_DECLARE_COMMAND(name) const Command& name##Command();
 ZARNEL_CLI_COMMANDS(ZARNEL_DECLARE_COMMAND)
@@ -57,4 +59,19 @@ bool openArchive(ArchiveReader& reader, const QString& path, Progress& progress)
     if (reader.open(path, progress)) return true;
     printErr("zarnel-cli", QStringLiteral("%1: %2").arg(path, reader.errorText()));
     return false;
+}
+
+std::vector<uint32_t> matchingRecords(const ArchiveReader& reader, const QStringList& patterns)
+{
+    const std::vector<NamePattern> compiled = NamePattern::compile(patterns);
+    std::vector<uint32_t> files;
+    for (uint32_t i = 0; i < reader.fileCount; ++i)
+        if (NamePattern::anyMatches(compiled, reader.nameOf(i))) files.push_back(i);
+    return files;
+}
+
+int noMatch()
+{
+    printErr("zarnel-cli", QStringLiteral("no stored name matches"));
+    return 1;
 }

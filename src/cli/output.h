@@ -2,6 +2,8 @@
 // How every zarnel-cli command speaks: results on stdout, one per line; complaints on stderr
 // behind the command's name; usage errors end with a pointer to the help and exit status 2.
 
+#include "archive/namelisting.h"
+
 #include <QByteArray>
 #include <QString>
 
@@ -44,6 +46,12 @@ public:
     LineWriter& add(const char* text) { return add(text, std::char_traits<char>::length(text)); }
     LineWriter& add(const QByteArray& text) { return add(text.constData(), size_t(text.size())); }
     LineWriter& add(const QString& text) { return add(text.toUtf8()); }
+    // A stored name, as valid UTF-8 whatever its bytes.
+    LineWriter& addName(const char* name)
+    {
+        appendNameUtf8(buffer, name);
+        return *this;
+    }
     LineWriter& add(char c)
     {
         buffer.append(c);
