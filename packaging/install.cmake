@@ -22,6 +22,10 @@ install(FILES ${ZARNEL_PACKAGING_DIR}/zarnel-mime.xml
 install(FILES ${ZARNEL_PACKAGING_DIR}/org.zarnel.Zarnel.metainfo.xml
         DESTINATION ${CMAKE_INSTALL_DATADIR}/metainfo)
 
+# Loaded by bash-completion the first time zarnel-cli is completed.
+install(FILES ${ZARNEL_PACKAGING_DIR}/zarnel-cli.bash-completion
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME zarnel-cli)
+
 # Icons come from scripts/make-app-icon and are committed, so building needs no SVG renderer.
 install(FILES ${ZARNEL_PACKAGING_DIR}/icons/zarnel.svg
         DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/scalable/apps)
