@@ -252,6 +252,31 @@ void TestCli::commands_data()
         "zarnel-cli: diff takes ARCHIVE1 and ARCHIVE2\n" + tryHelp);
     row("create help", "create -o @/out/a.ba2 --help", "0",
         "Usage: zarnel-cli create [OPTIONS] -o ARCHIVE PATH...\n...");
+    // convert: the same names behind another header; failures leave nothing behind
+    const QString tryConvert = "Try 'zarnel-cli convert --help' for more information.\n";
+    row("convert to 3",
+        "convert --version 3 -o @/out/c.ba2 @/g1.ba2 ; #head @/out/c.ba2 ; "
+        "list @/out/c.ba2",
+        "0 0 0", made + "GNRL 3 packed\n" + g1Names);
+    row("convert in place, stored",
+        "convert --version 7 -o @/out/c.ba2 @/g1.ba2 ; "
+        "convert -j 2 --zlib 0 -o @/out/c.ba2 @/out/c.ba2 ; #head @/out/c.ba2 ; #tree @/out",
+        // 24 + 4 x 36 header and records, 5,708 bytes of files, 8 + 72 of names
+        "0 0 0 0", made + made + "GNRL 7 stored\nc.ba2 5956\n");
+    row("convert damaged", "convert --version 3 -o @/out/c.ba2 @/bad.ba2 ; #tree @/out", "1 0",
+        "Decompress(zlib) Error.\n", "zarnel-cli convert: failed at: broken.bin\n");
+    row("convert not an archive", "convert -o @/out/c.ba2 @/notes.txt ; #tree @/out", "1 0",
+        "not a BA2 archive (no \"BTDX\" header)\n",
+        "zarnel-cli: @/notes.txt: not a BA2 archive (no \"BTDX\" header)\n");
+    row("convert, zlib for version 3", "convert --version 3 --zlib 1 -o @/out/c.ba2 @/g1.ba2", "2",
+        "",
+        "zarnel-cli convert: a version-3 archive holds LZ4 blocks: --lz4 sets their mode, "
+        "not --zlib\n"
+            + tryConvert);
+    row("convert, bad version", "convert --version 4 -o @/out/c.ba2 @/g1.ba2", "2", "",
+        "zarnel-cli convert: --version takes 1, 2, 3, 7 or 8, not '4'\n" + tryConvert);
+    row("convert help", "convert --help", "0",
+        "Usage: zarnel-cli convert [OPTIONS] -o OUT ARCHIVE\n...");
 }
 
 void TestCli::commands()

@@ -11,6 +11,7 @@
     X(extract) \
     X(verify) \
     X(create) \
+    X(convert) \
     X(diff)
 
 #define ZARNEL_DECLARE_COMMAND(name) const Command& name##Command();
@@ -45,8 +46,8 @@ QByteArray programHelp()
     }
     text += "\n"
             "Options:\n"
-            "  -j, --jobs N                  worker threads for extract, verify and create\n"
-            "                                (default: one per core)\n"
+            "  -j, --jobs N                  worker threads for extract, verify, create and\n"
+            "                                convert (default: one per core)\n"
             "  -h, --help                    show this help (also: zarnel-cli COMMAND --help)\n"
             "  --version                     show the program version and its codec libraries\n"
             "\n"
