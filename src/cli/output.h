@@ -57,10 +57,18 @@ public:
         buffer.append(c);
         return *this;
     }
+    // Digits by hand: a listing prints two numbers per line, and snprintf would cost more than
+    // everything else on the line together.
     LineWriter& add(unsigned long long number)
     {
         char digits[24];
-        return add(digits, size_t(std::snprintf(digits, sizeof digits, "%llu", number)));
+        char* end = digits + sizeof digits;
+        char* p = end;
+        do {
+            *--p = char('0' + number % 10);
+            number /= 10;
+        } while (number != 0);
+        return add(p, size_t(end - p));
     }
     // Ends a line; writes out what has gathered once it is large.
     void endLine()
@@ -72,7 +80,7 @@ public:
     {
         if (!buffer.isEmpty()) std::fwrite(buffer.constData(), 1, size_t(buffer.size()), stdout);
         std::fflush(stdout);
-        buffer.clear();
+        buffer.resize(0); // keeps the room reserved
     }
 
 private:
