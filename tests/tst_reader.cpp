@@ -214,33 +214,20 @@ void TestReader::refusals()
 
 void TestReader::splitPathExamples_data()
 {
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("head");
-    QTest::addColumn<QString>("tail");
-    QTest::newRow("deep") << "textures/a/b.dds"
-                          << "textures/a/"
-                          << "b.dds";
-    QTest::newRow("bare") << "b.dds"
-                          << ""
-                          << "b.dds";
-    QTest::newRow("folder") << "textures/a/"
-                            << "textures/a/"
-                            << "";
-    QTest::newRow("trimmed") << " \ntextures/b.dds\n"
-                             << "textures/"
-                             << "b.dds";
-    QTest::newRow("empty parts kept") << "a//b"
-                                      << "a//"
-                                      << "b";
+    QTest::addColumn<QString>("parts"); // text, head and tail, split at '|'
+    QTest::newRow("deep") << "textures/a/b.dds|textures/a/|b.dds";
+    QTest::newRow("bare") << "b.dds||b.dds";
+    QTest::newRow("folder") << "textures/a/|textures/a/|";
+    QTest::newRow("trimmed") << " \ntextures/b.dds\n|textures/|b.dds";
+    QTest::newRow("empty parts kept") << "a//b|a//|b";
 }
 
 void TestReader::splitPathExamples()
 {
-    QFETCH(QString, text);
+    QFETCH(QString, parts);
     QString head = "stale", tail = "stale";
-    splitPath(text, "/", head, tail);
-    QTEST(head, "head");
-    QTEST(tail, "tail");
+    splitPath(parts.section('|', 0, 0), "/", head, tail);
+    QCOMPARE(head + '|' + tail, parts.section('|', 1));
 }
 
 void TestReader::infoLines_data()
