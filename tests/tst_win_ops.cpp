@@ -321,9 +321,10 @@ struct LoadCase
 {
     QString route;      // open, drop, startup or select
     QByteArray content; // of Arc/Mixed.BA2; null: the folder Data of the general tree
-    QStringList info, list;
-    QString state; // controls()
-    QStringList boxes;
+    QString info;       // the three lines, joined by '|'
+    QString list;       // names, joined by ' '
+    QString state;      // controls()
+    QString boxes;      // joined by ';'
     QString status;
     int sources;
 };
@@ -398,9 +399,9 @@ void TestWinOps::load_data()
     v1.addGeneral("readme.txt", "plain", Pack::Stored);
     const double ratio1 = float(float(v1.entries[0].packedSize + v1.entries[1].packedSize)
                                 / float(big.size() + small.size()) * 100.0);
-    const QStringList info1 = {"BA2 Ver.1 (3 files)", "Format: General",
-                               QString::asprintf("Compression: zlib (%3.2f%%)", ratio1)};
-    const QStringList names1 = {"meshes/a.nif", "meshes/b.nif", "readme.txt"};
+    const QString info1 = QString::asprintf(
+        "BA2 Ver.1 (3 files)|Format: General|Compression: zlib (%3.2f%%)", ratio1);
+    const QString names1 = "meshes/a.nif meshes/b.nif readme.txt", order = kGeneralOrder.join(' ');
     v2.version = 2;
     v2.addGeneral("sound/x.wav", small, Pack::Stored);
     v3.version = 3;
@@ -420,77 +421,48 @@ void TestWinOps::load_data()
     chunks.addTexture("t.dds", 4, 4, 17, 28, QVector<QByteArray>(17, "pixels"));
     general.addGeneral("a.txt", "abc");
     const QByteArray unknownType = general.build().replace(8, 4, "XXXX");
-    const QStringList noInfo = {"", "", ""}, error = {"BA2 Error.", "", ""};
+    const QString noInfo = "||", error = "BA2 Error.||";
     const QString one = "1 file " + kRecommended, aborted = "info|Read Files.|Aborted.";
 
     auto row = [](const char* name, const LoadCase& c) {
         QTest::newRow(name) << c;
     };
-    row("open v1 zlib", {"open", v1.build(), info1, names1, "E-CL", {}, "earlier", 0});
+    row("open v1 zlib", {"open", v1.build(), info1, names1, "E-CL", "", "earlier", 0});
     row("open one file v2 stored",
-        {"open",
-         v2.build(),
-         {"BA2 Ver.2 (1 file)", "Format: General", "Compression: Non"},
-         {"sound/x.wav"},
-         "E-CL",
-         {},
-         "earlier",
-         0});
+        {"open", v2.build(), "BA2 Ver.2 (1 file)|Format: General|Compression: Non", "sound/x.wav",
+         "E-CL", "", "earlier", 0});
     row("open texture v3 lz4",
-        {"open",
-         v3.build(),
-         {"BA2 Ver.3 (1 file)", "Format: DDS(Texture)",
-          QString::asprintf("Compression: LZ4 (%3.2f%%)", ratio3)},
-         {"textures/t.dds"},
-         "E-CL",
-         {},
-         "earlier",
-         0});
-    row("drop archive", {"drop", v1.build(), info1, names1, "E-CL", {}, "", 0});
-    row("startup archive", {"startup", v1.build(), info1, names1, "E-CL", {}, "", 0});
+        {"open", v3.build(),
+         QString::asprintf("BA2 Ver.3 (1 file)|Format: DDS(Texture)|Compression: LZ4 (%3.2f%%)",
+                           ratio3),
+         "textures/t.dds", "E-CL", "", "earlier", 0});
+    row("drop archive", {"drop", v1.build(), info1, names1, "E-CL", "", "", 0});
+    row("startup archive", {"startup", v1.build(), info1, names1, "E-CL", "", "", 0});
     // A .ba2 that is no archive: gathered, but through Open Archive neither listed nor assessed.
-    row("open no archive", {"open", "hello, no archive", noInfo, {}, "---L", {}, "earlier", 1});
-    row("drop no archive",
-        {"drop", "hello, no archive", noInfo, {"mixed.ba2"}, "-ACL", {}, one, 1});
-    row("drop three bytes", {"drop", "BTD", noInfo, {"mixed.ba2"}, "-ACL", {}, one, 1});
+    row("open no archive", {"open", "hello, no archive", noInfo, "", "---L", "", "earlier", 1});
+    row("drop no archive", {"drop", "hello, no archive", noInfo, "mixed.ba2", "-ACL", "", one, 1});
+    row("drop three bytes", {"drop", "BTD", noInfo, "mixed.ba2", "-ACL", "", one, 1});
     row("open v3 zlib",
-        {"open",
-         v3code0.build(),
-         {"BA2 Ver.3 (1 file)", "Format: General",
-          QString::asprintf("Compression: zlib (%3.2f%%)", ratio30)},
-         {"meshes/b.nif"},
-         "E-CL",
-         {},
-         "earlier",
-         0});
+        {"open", v3code0.build(),
+         QString::asprintf("BA2 Ver.3 (1 file)|Format: General|Compression: zlib (%3.2f%%)",
+                           ratio30),
+         "meshes/b.nif", "E-CL", "", "earlier", 0});
     row("open refused v3 code 2",
-        {"open",
-         v3code2.build(),
-         error,
-         {},
-         "---L",
-         {"warn|This is Ver3-BA2 of a kind not yet supported.(code:2)|Please report to the "
-          "author."},
-         "earlier",
-         0});
+        {"open", v3code2.build(), error, "", "---L",
+         "warn|This is Ver3-BA2 of a kind not yet supported.(code:2)|Please report to the author.",
+         "earlier", 0});
     row("drop refused 17 chunks",
-        {"drop",
-         chunks.build(),
-         error,
-         {},
-         "---L",
-         {"warn|The maximum number of chunks that Zarnel can process is 16.|", kReadError},
-         "",
-         0});
-    row("startup refused type", {"startup", unknownType, error, {}, "---L", {kReadError}, "", 0});
+        {"drop", chunks.build(), error, "", "---L",
+         "warn|The maximum number of chunks that Zarnel can process is 16.|;" + kReadError, "", 0});
+    row("startup refused type", {"startup", unknownType, error, "", "---L", kReadError, "", 0});
     row("drop refused no files",
-        {"drop", testutil::Ba2Builder().build(), error, {}, "---L", {kReadError}, "", 0});
-    row("drop folder", {"drop", QByteArray(), noInfo, kGeneralOrder, "-ACL", {}, kSix, 6});
-    row("select folder", {"select", QByteArray(), noInfo, kGeneralOrder, "-ACL", {}, kSix, 6});
-    row("startup folder", {"startup", QByteArray(), noInfo, kGeneralOrder, "-ACL", {}, kSix, 6});
-    row("drop cancelled", {"drop", QByteArray(), noInfo, {}, "---L", {aborted}, "", 0});
+        {"drop", testutil::Ba2Builder().build(), error, "", "---L", kReadError, "", 0});
+    row("drop folder", {"drop", QByteArray(), noInfo, order, "-ACL", "", kSix, 6});
+    row("select folder", {"select", QByteArray(), noInfo, order, "-ACL", "", kSix, 6});
+    row("startup folder", {"startup", QByteArray(), noInfo, order, "-ACL", "", kSix, 6});
+    row("drop cancelled", {"drop", QByteArray(), noInfo, "", "---L", aborted, "", 0});
     // No Clear List at start-up: the list stays hidden.
-    row("startup cancelled", {"startup", QByteArray(), noInfo, {}, "----", {aborted}, "", 0});
+    row("startup cancelled", {"startup", QByteArray(), noInfo, "", "----", aborted, "", 0});
 }
 
 void TestWinOps::load()
@@ -524,16 +496,16 @@ void TestWinOps::load()
     }
 
     QVERIFY(!cancel || canceller->fired);
-    QCOMPARE(dialogs->boxes, c.boxes);
-    QCOMPARE(infoLines(*w), c.info);
-    QCOMPARE(listTexts(*w), numbered(c.list));
+    QCOMPARE(dialogs->boxes.join(';'), c.boxes);
+    QCOMPARE(infoLines(*w).join('|'), c.info);
+    QCOMPARE(listTexts(*w), numbered(c.list.split(' ', Qt::SkipEmptyParts)));
     QCOMPARE(controls(*w), c.state);
     QCOMPARE(w->statusBar()->currentMessage(), c.status);
     QCOMPARE(int(w->sources.size()), c.sources);
     QCOMPARE(w->readerActive, c.state.startsWith('E'));
     QVERIFY(w->statusBar()->findChildren<QProgressBar*>().isEmpty());
     // After a failure box the drop and Select Folder clear the list, and with it the source line.
-    const bool cleared = !c.boxes.filter("Read Files.").isEmpty() && c.route != "startup";
+    const bool cleared = c.boxes.contains("Read Files.") && c.route != "startup";
     QCOMPARE(w->ui->lineEdit_SrcFile->text(), cleared ? kHint : file);
     if (c.route == "open") {
         QCOMPARE(dialogs->asked, QStringList {"open Open Archive||BA2 Archive (*.ba2)"});
