@@ -98,6 +98,10 @@ void TestCli::initTestCase()
             t.addTexture("textures/odd.dds", 8, 8, 1, 200, {patternBytes(64, 7)}, pack);
         QVERIFY(writeFile(dir + QStringLiteral("/t%1.ba2").arg(version), t.build()));
     }
+    Ba2Builder accents;
+    accents.addGeneral("Données/Été.txt", "été");
+    accents.addGeneral("Données/ete.txt", "ete");
+    QVERIFY(writeFile(dir + "/accents.ba2", accents.build()));
     Ba2Builder unsafe;
     unsafe.addGeneral("ok.txt", "ok");
     unsafe.addGeneral("../evil.txt", "evil");
@@ -229,6 +233,8 @@ void TestCli::commands_data()
     row("pattern: any depth", "list @/g1.ba2 **/QUEST.pex", "0", "scripts/quest.pex\n");
     row("pattern: one file", "list @/g1.ba2 MESHES/armor/plate.NIF", "0",
         "meshes/Armor/Plate.nif\n");
+    row("pattern: beyond ASCII, any case", "list @/accents.ba2 DONNÉES/ÉT[ÉE].*", "0",
+        "Données/Été.txt\n");
     row("pattern: * stays in its folder", "list @/g1.ba2 meshes/*", "1", "",
         "zarnel-cli: no stored name matches\n");
     row("patterns: several, record order", "list @/g1.ba2 readme.txt *.pex", "0",

@@ -1,5 +1,8 @@
 #include "archive/namepattern.h"
 
+#include <cstring>
+#include <string_view>
+
 namespace {
 
 std::u32string folded(const QString& text)
@@ -22,7 +25,8 @@ std::vector<std::u32string> split(const std::u32string& text)
 
 // Matches c against the class that starts after the '[' at p; on success (class closed) sets
 // next to the position after its ']'. An unclosed '[' is no class.
-bool inClass(const std::u32string& p, size_t at, char32_t c, bool& matched, size_t& next)
+template<typename String>
+bool inClass(const String& p, size_t at, char32_t c, bool& matched, size_t& next)
 {
     size_t i = at;
     const bool negated = i < p.size() && (p[i] == U'!' || p[i] == U'^');
@@ -49,10 +53,11 @@ bool inClass(const std::u32string& p, size_t at, char32_t c, bool& matched, size
 
 // One component against one pattern component: '*', '?' and classes. The classic walk that
 // returns to the last '*' on a mismatch; it needs no deeper backtracking.
-bool componentMatches(const std::u32string& p, const std::u32string& s)
+template<typename Pattern, typename Name>
+bool componentMatches(const Pattern& p, const Name& s)
 {
     size_t pi = 0, si = 0;
-    size_t starP = std::u32string::npos, starS = 0;
+    size_t starP = SIZE_MAX, starS = 0;
     while (si < s.size()) {
         if (pi < p.size() && p[pi] == U'*') {
             while (pi < p.size() && p[pi] == U'*')
@@ -64,10 +69,10 @@ bool componentMatches(const std::u32string& p, const std::u32string& s)
         if (pi < p.size()) {
             bool matched = false;
             size_t next = pi + 1;
-            if (p[pi] == U'[' && inClass(p, pi + 1, s[si], matched, next)) {
+            if (p[pi] == U'[' && inClass(p, pi + 1, char32_t(s[si]), matched, next)) {
                 // a class
             } else {
-                matched = p[pi] == U'?' || p[pi] == s[si];
+                matched = p[pi] == U'?' || char32_t(p[pi]) == char32_t(s[si]);
                 next = pi + 1;
             }
             if (matched) {
@@ -76,7 +81,7 @@ bool componentMatches(const std::u32string& p, const std::u32string& s)
                 continue;
             }
         }
-        if (starP == std::u32string::npos) return false;
+        if (starP == SIZE_MAX) return false;
         pi = starP;
         si = ++starS;
     }
@@ -90,18 +95,36 @@ bool componentMatches(const std::u32string& p, const std::u32string& s)
 NamePattern::NamePattern(const QString& pattern)
     : components(split(folded(pattern)))
     , lastComponentOnly(components.size() == 1)
-{ }
-
-bool NamePattern::matches(const QString& name) const
 {
-    const std::vector<std::u32string> parts = split(folded(name));
-    if (lastComponentOnly) return componentMatches(components[0], parts.back());
-    // The same walk as within a component, with "**" for '*' and components for characters.
-    static const std::u32string anyDepth = U"**";
+    // Case folding maps no ASCII letter outside ASCII, so an ASCII pattern can match ASCII
+    // names byte by byte.
+    std::string ascii;
+    for (const std::u32string& part : components) {
+        ascii.clear();
+        for (char32_t c : part) {
+            if (c >= 0x80) {
+                asciiComponents.clear();
+                return;
+            }
+            ascii += char(c);
+        }
+        asciiComponents.push_back(ascii);
+    }
+}
+
+namespace {
+
+// The same walk as within a component, with "**" for '*' and components for characters.
+template<typename Pattern, typename Name>
+bool pathMatches(const std::vector<Pattern>& components, const std::vector<Name>& parts)
+{
     size_t pi = 0, si = 0;
     size_t starP = SIZE_MAX, starS = 0;
+    const auto anyDepth = [&](size_t k) {
+        return components[k].size() == 2 && components[k][0] == '*' && components[k][1] == '*';
+    };
     while (si < parts.size()) {
-        if (pi < components.size() && components[pi] == anyDepth) {
+        if (pi < components.size() && anyDepth(pi)) {
             starP = ++pi;
             starS = si;
             continue;
@@ -115,12 +138,60 @@ bool NamePattern::matches(const QString& name) const
         pi = starP;
         si = ++starS;
     }
-    while (pi < components.size() && components[pi] == anyDepth)
+    while (pi < components.size() && anyDepth(pi))
         ++pi;
     return pi == components.size();
 }
 
+// An ASCII name lower-cased in place and cut at each '/', for patterns that are ASCII too.
+std::vector<std::string_view> asciiParts(std::string& name)
+{
+    std::vector<std::string_view> parts;
+    size_t from = 0;
+    for (size_t k = 0; k <= name.size(); ++k) {
+        if (k < name.size() && name[k] != '/') {
+            if (name[k] >= 'A' && name[k] <= 'Z') name[k] = char(name[k] + 32);
+            continue;
+        }
+        parts.emplace_back(name.data() + from, k - from);
+        from = k + 1;
+    }
+    return parts;
+}
+
+} // namespace
+
+bool NamePattern::matches(const QString& name) const
+{
+    const std::vector<std::u32string> parts = split(folded(name));
+    if (lastComponentOnly) return componentMatches(components[0], parts.back());
+    return pathMatches(components, parts);
+}
+
+bool NamePattern::matches(const char* name) const
+{
+    const char* c = name;
+    while (*c && !(*c & 0x80))
+        ++c;
+    if (*c || asciiComponents.empty()) return matches(QString::fromUtf8(name));
+    if (lastComponentOnly) {
+        const char* slash = std::strrchr(name, '/');
+        std::string last(slash ? slash + 1 : name);
+        return componentMatches(asciiComponents[0], asciiParts(last)[0]);
+    }
+    std::string lowered(name);
+    return pathMatches(asciiComponents, asciiParts(lowered));
+}
+
 bool NamePattern::anyMatches(const std::vector<NamePattern>& patterns, const QString& name)
+{
+    if (patterns.empty()) return true;
+    for (const NamePattern& pattern : patterns)
+        if (pattern.matches(name)) return true;
+    return false;
+}
+
+bool NamePattern::anyMatches(const std::vector<NamePattern>& patterns, const char* name)
 {
     if (patterns.empty()) return true;
     for (const NamePattern& pattern : patterns)

@@ -18,12 +18,16 @@ public:
     explicit NamePattern(const QString& pattern);
 
     bool matches(const QString& name) const;
+    // name: a stored name as UTF-8 bytes; plain ASCII names are matched without conversion.
+    bool matches(const char* name) const;
 
     // True when any of patterns matches name; an empty list matches every name.
     static bool anyMatches(const std::vector<NamePattern>& patterns, const QString& name);
+    static bool anyMatches(const std::vector<NamePattern>& patterns, const char* name);
     static std::vector<NamePattern> compile(const QStringList& patterns);
 
 private:
-    std::vector<std::u32string> components; // case-folded
+    std::vector<std::u32string> components;   // case-folded
+    std::vector<std::string> asciiComponents; // the same when all ASCII, else empty
     bool lastComponentOnly;
 };

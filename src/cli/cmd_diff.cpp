@@ -35,8 +35,21 @@ struct Side
 {
     ArchiveReader reader;
     std::vector<QByteArray> digests;
-    std::vector<std::pair<QString, uint32_t>> keys; // sorted
+    std::vector<std::pair<QByteArray, uint32_t>> keys; // sorted
 };
+
+// A stored name as files are matched: lower case, '/' for '\\', as UTF-8 (whose byte order is
+// the order of the characters). Plain ASCII names, the usual case, skip the conversions.
+QByteArray matchKey(const char* name)
+{
+    QByteArray key(name);
+    for (char& c : key) {
+        if (c & 0x80) return QString::fromUtf8(name).toLower().replace('\\', '/').toUtf8();
+        if (c >= 'A' && c <= 'Z') c = char(c + 32);
+        if (c == '\\') c = '/';
+    }
+    return key;
+}
 
 // Opens and decodes an archive; false after saying why on stderr.
 bool load(Side& side, const QString& path, int jobs)
@@ -50,8 +63,7 @@ bool load(Side& side, const QString& path, int jobs)
     }
     side.keys.reserve(side.reader.fileCount);
     for (uint32_t i = 0; i < side.reader.fileCount; ++i)
-        side.keys.emplace_back(
-            side.reader.nameOf(i).replace(QLatin1Char('\\'), QLatin1Char('/')).toLower(), i);
+        side.keys.emplace_back(matchKey(side.reader.records[i].name), i);
     std::stable_sort(side.keys.begin(), side.keys.end(),
                      [](const auto& a, const auto& b) { return a.first < b.first; });
     return true;

@@ -67,7 +67,7 @@ std::vector<uint32_t> matchingRecords(const ArchiveReader& reader, const QString
     const std::vector<NamePattern> compiled = NamePattern::compile(patterns);
     std::vector<uint32_t> files;
     for (uint32_t i = 0; i < reader.fileCount; ++i)
-        if (NamePattern::anyMatches(compiled, reader.nameOf(i))) files.push_back(i);
+        if (NamePattern::anyMatches(compiled, reader.records[i].name)) files.push_back(i);
     return files;
 }
 
