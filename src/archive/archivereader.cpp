@@ -93,6 +93,8 @@ bool ArchiveReader::fail(OpenError error)
     chunkTable.shrink_to_fit();
     nameTable.reset();
     nameTableSize = 0;
+    bsaFolders.clear();
+    bsaFolders.shrink_to_fit();
     return false;
 }
 
@@ -113,6 +115,10 @@ bool ArchiveReader::open(const QString& path, Progress& progress)
     archiveType = ba2::readLE32(head + 8);
     fileCount = ba2::readLE32(head + 12);
     nameTableOffset = ba2::readLE64(head + 16);
+    if (magic == bsa::kMagic) {
+        const OpenError error = bsa::load(*this, progress);
+        return error == OpenError::None || fail(error);
+    }
     if (magic != ba2::kMagic) return fail(OpenError::NotArchive);
     const uint32_t headerSize = ba2::headerSizeFor(version);
     if (headerSize > 24) {
@@ -260,6 +266,8 @@ bool ArchiveReader::close()
     chunkTable.shrink_to_fit();
     nameTable.reset();
     nameTableSize = 0;
+    bsaFolders.clear();
+    bsaFolders.shrink_to_fit();
     return true;
 }
 
@@ -268,7 +276,8 @@ QString ArchiveReader::errorText() const
     switch (lastError) {
     case OpenError::None: return QString();
     case OpenError::CannotOpen: return QStringLiteral("cannot open the file for reading");
-    case OpenError::NotArchive: return QStringLiteral("not a BA2 archive (no \"BTDX\" header)");
+    case OpenError::NotArchive:
+        return QStringLiteral("not a BA2 archive (no \"BTDX\" header) nor a BSA archive");
     case OpenError::UnknownType:
         return QStringLiteral("unknown archive type (neither GNRL nor DX10)");
     case OpenError::NoFiles: return QStringLiteral("the archive holds no files");
@@ -286,6 +295,15 @@ QString ArchiveReader::errorText() const
         return QStringLiteral("the name table is missing or runs past the end of the file");
     case OpenError::OutOfMemory:
         return QStringLiteral("not enough memory for the record or name table");
+    case OpenError::UnsupportedBsa:
+        return QStringLiteral("BSA version %1 is not supported (only 103, 104 and 105)")
+            .arg(version);
+    case OpenError::XboxBsa:
+        return QStringLiteral("BSA archives made for the Xbox 360 are not supported");
+    case OpenError::BsaWithoutNames:
+        return QStringLiteral("the BSA archive does not store its folder and file names");
+    case OpenError::BsaDirectoryInvalid:
+        return QStringLiteral("the BSA folder and file tables do not agree with the header");
     }
     return QString();
 }
@@ -315,7 +333,8 @@ QString groupedNumber(qint64 value)
 
 QString archiveInfoLine1(const ArchiveReader& reader)
 {
-    return QStringLiteral("BA2 Ver.%1 (%2 file%3)")
+    return QStringLiteral("%1 Ver.%2 (%3 file%4)")
+        .arg(reader.isBsa ? QStringLiteral("BSA") : QStringLiteral("BA2"))
         .arg(reader.version)
         .arg(groupedNumber(reader.fileCount))
         .arg(reader.fileCount == 1 ? QString() : QStringLiteral("s"));
@@ -323,6 +342,11 @@ QString archiveInfoLine1(const ArchiveReader& reader)
 
 QString archiveInfoLine2(const ArchiveReader& reader)
 {
+    if (reader.isBsa)
+        return reader.version == bsa::kOblivion ? QStringLiteral("Format: Oblivion")
+            : reader.version == bsa::kFallout3
+            ? QStringLiteral("Format: Fallout 3, New Vegas, Skyrim")
+            : QStringLiteral("Format: Skyrim Special Edition");
     return QStringLiteral("Format: ")
         + (reader.isTexture ? QStringLiteral("DDS(Texture)") : QStringLiteral("General"));
 }
@@ -334,6 +358,7 @@ QString archiveInfoLine3(const ArchiveReader& reader)
     const float quotient = float(reader.packedTotal) / float(reader.unpackedTotal);
     const float ratio = float(double(quotient) * 100.0);
     return QStringLiteral("Compression: ")
-        + (reader.usesLz4() ? QStringLiteral("LZ4") : QStringLiteral("zlib"))
+        + (reader.storedCodec() == StoredCodec::Zlib ? QStringLiteral("zlib")
+                                                     : QStringLiteral("LZ4"))
         + QString::asprintf(" (%3.2f%%)", double(ratio));
 }

@@ -1,7 +1,8 @@
 #pragma once
-// One opened BA2 archive: header, records (with texture chunks) and names, loaded by open()
-// and kept with the archive file open so the extractor can read the data through it.
+// One opened BA2 or BSA archive: header, records (with texture chunks) and names, loaded by
+// open() and kept with the archive file open so the extractor can read the data through it.
 
+#include "archive/bsa.h"
 #include "archive/format.h"
 #include "archive/progress.h"
 
@@ -22,8 +23,9 @@ struct ChunkInfo
     uint8_t lastMip = 0;
 };
 
-// One file of the archive as loaded. The general fields are valid in a general archive,
-// the texture fields (and the chunks, through ArchiveReader::chunks) in a texture archive.
+// One file of the archive as loaded. The general fields are valid in a general archive and in a
+// BSA archive, the texture fields (and the chunks, through ArchiveReader::chunks) in a texture
+// archive.
 struct FileRecord
 {
     uint32_t nameHash = 0;
@@ -44,6 +46,11 @@ struct FileRecord
     uint8_t format = 0;
     uint16_t textureFlags = 0;
     uint32_t firstChunk = 0; // index of this texture's first chunk in the reader's chunk table
+    // BSA archive: the block (dataOffset...) excludes the embedded name and the size prefix
+    uint64_t bsaHash = 0;
+    uint32_t storedSize = 0;         // all the record's bytes: embedded name, size prefix, block
+    uint16_t embeddedNameLength = 0; // with its length byte
+    bool bsaCompressed = false;
     // name
     uint16_t nameEntryLength = 0;
     const char* name = nullptr; // NUL-terminated, '/' separators, UTF-8 by convention
@@ -52,17 +59,24 @@ struct FileRecord
 // Why open() refused an archive (None after success).
 enum class OpenError {
     None,
-    CannotOpen,         // file missing, unreadable, or a directory
-    NotArchive,         // too short for a header, or magic is not "BTDX"
-    UnknownType,        // archiveType is neither "GNRL" nor "DX10"
-    NoFiles,            // fileCount is 0
-    UnsupportedVer3,    // version 3 with a compression code other than 0 or 3 (warning box)
-    TooManyChunks,      // a texture with more than 16 chunks (warning box)
-    BadChunkRecordSize, // a texture whose chunk records are not 24 bytes
-    RecordsTruncated,   // fileCount records cannot fit in the file, or a read came up short
-    NameTableInvalid,   // name table offset outside the file, or names run past its end
-    OutOfMemory,        // the records or names the file claims to hold do not fit in memory
+    CannotOpen,          // file missing, unreadable, or a directory
+    NotArchive,          // too short for a header, or magic is neither "BTDX" nor "BSA\0"
+    UnknownType,         // archiveType is neither "GNRL" nor "DX10"
+    NoFiles,             // fileCount is 0
+    UnsupportedVer3,     // version 3 with a compression code other than 0 or 3 (warning box)
+    TooManyChunks,       // a texture with more than 16 chunks (warning box)
+    BadChunkRecordSize,  // a texture whose chunk records are not 24 bytes
+    RecordsTruncated,    // fileCount records cannot fit in the file, or a read came up short
+    NameTableInvalid,    // name table offset outside the file, or names run past its end
+    OutOfMemory,         // the records or names the file claims to hold do not fit in memory
+    UnsupportedBsa,      // a BSA version other than 103, 104 and 105
+    XboxBsa,             // a BSA made for the Xbox 360
+    BsaWithoutNames,     // a BSA that stores no folder names or no file names
+    BsaDirectoryInvalid, // folder and file tables that disagree with the header or each other
 };
+
+// How the compressed blocks of an archive are encoded.
+enum class StoredCodec { Zlib, Lz4Block, Lz4Frame };
 
 class ArchiveReader
 {
@@ -82,7 +96,16 @@ public:
 
     OpenError openError() const { return lastError; }
     // Whether compressed blocks are LZ4 blocks (version 3 with code 3) rather than zlib streams.
-    bool usesLz4() const { return version == 3 && compressionCode == ba2::kCompressionLz4; }
+    bool usesLz4() const
+    {
+        return !isBsa && version == 3 && compressionCode == ba2::kCompressionLz4;
+    }
+    StoredCodec storedCodec() const
+    {
+        if (isBsa)
+            return version == bsa::kSkyrimSpecial ? StoredCodec::Lz4Frame : StoredCodec::Zlib;
+        return usesLz4() ? StoredCodec::Lz4Block : StoredCodec::Zlib;
+    }
     // Why open() failed, in one line (empty after success); the window shows it as the text of
     // its warning box, with errorAdvice() as the informative text.
     QString errorText() const;
@@ -114,6 +137,10 @@ public:
     int64_t unpackedTotal = 0;
     uint64_t nameTableSize = 0;
     std::unique_ptr<char[]> nameTable;
+    // BSA archive
+    bool isBsa = false;
+    uint32_t bsaFlags = 0;
+    std::vector<bsa::Folder> bsaFolders;
 
 private:
     bool fail(OpenError error);

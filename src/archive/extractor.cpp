@@ -169,7 +169,8 @@ public:
         : fd(reader.file.handle())
         , mapping(mapping)
         , fileSize(uint64_t(reader.fileSize))
-        , lz4(reader.usesLz4())
+        , lz4(reader.storedCodec() != StoredCodec::Zlib)
+        , frames(reader.storedCodec() == StoredCodec::Lz4Frame)
         , wholeLimit(wholeLimit)
     { }
     ~PieceRunner()
@@ -215,10 +216,11 @@ private:
         if (!unpacked.reserve(std::max<uint32_t>(size, 1))) return ArchiveStatus::OutOfMemory;
         const char* data = fetch(piece.dataOffset, piece.packedSize);
         if (!data) return readFailure();
-        const bool ok = lz4
-            ? decompressLz4(data, piece.packedSize, unpacked.data(),
-                            uint32_t(std::min<size_t>(unpacked.size(), UINT32_MAX)), size)
-            : decompressZlib(data, piece.packedSize, unpacked.data(), size);
+        const bool ok = frames
+            ? bsa::decompressLz4Frame(data, piece.packedSize, unpacked.data(), size)
+            : lz4 ? decompressLz4(data, piece.packedSize, unpacked.data(),
+                                  uint32_t(std::min<size_t>(unpacked.size(), UINT32_MAX)), size)
+                  : decompressZlib(data, piece.packedSize, unpacked.data(), size);
         if (!ok) return lz4 ? ArchiveStatus::Lz4Error : ArchiveStatus::ZlibError;
         return sink.put(unpacked.data(), size) ? ArchiveStatus::Complete
                                                : ArchiveStatus::FileWriteError;
@@ -301,7 +303,8 @@ private:
     int fd;
     ArchiveMapping& mapping;
     uint64_t fileSize;
-    bool lz4; // compressed pieces are LZ4 blocks, otherwise zlib streams
+    bool lz4;    // compressed pieces are LZ4 blocks, otherwise zlib streams
+    bool frames; // LZ4 frames rather than bare blocks
     uint64_t wholeLimit;
     WorkBuffer packed;
     WorkBuffer unpacked;
@@ -736,6 +739,10 @@ ExtractResult extractArchive(ArchiveReader& reader, const QString& targetFolder,
 bool verifyArchive(ArchiveReader& reader, QString& fault, int jobs,
                    std::vector<QByteArray>* digests)
 {
+    if (reader.isBsa) {
+        fault = bsa::hashFault(reader);
+        if (!fault.isEmpty()) return false;
+    }
     NullProgress none;
     if (digests) digests->assign(reader.fileCount, QByteArray());
     Engine engine(reader, filesToHandle(reader, nullptr), false, QString(), none, digests);
