@@ -34,12 +34,18 @@ private slots:
     void blankTexturePixels();
     void parallelMatchesOneThread_data();
     void parallelMatchesOneThread();
+    void bsaRoundTrip_data();
+    void bsaRoundTrip();
 
 private:
     QString archive(const Ba2Builder& b, const QString& name = "a.ba2")
     {
+        return archive(b.build(), name);
+    }
+    QString archive(const QByteArray& bytes, const QString& name)
+    {
         const QString path = work->filePath(name);
-        writeFile(path, b.build());
+        writeFile(path, bytes);
         return path;
     }
     QString target()
@@ -351,6 +357,73 @@ void TestExtractor::outcomeTexts()
     QFETCH(int, status);
     QFETCH(QString, text);
     QCOMPARE(outcomeText(ArchiveStatus(status)), text);
+}
+
+void TestExtractor::bsaRoundTrip_data()
+{
+    QTest::addColumn<uint>("version");
+    QTest::addColumn<uint>("flags");
+    QTest::addColumn<bool>("toggle");     // plate.nif's compression bit
+    QTest::addColumn<QByteArray>("root"); // the name of the folder for files at the root
+    QTest::newRow("103 stored") << 103u << 0x3u << false << QByteArray(".");
+    QTest::newRow("103 zlib, embedded-name bit ignored") << 103u << 0x107u << true << QByteArray();
+    QTest::newRow("104 zlib, embedded names") << 104u << 0x107u << false << QByteArray(".");
+    QTest::newRow("104 stored, one compressed") << 104u << 0x3u << true << QByteArray();
+    QTest::newRow("105 lz4, embedded names") << 105u << 0x107u << true << QByteArray(".");
+    QTest::newRow("105 stored, embedded names") << 105u << 0x103u << false << QByteArray();
+}
+
+void TestExtractor::bsaRoundTrip()
+{
+    QFETCH(uint, version);
+    QFETCH(uint, flags);
+    QFETCH(bool, toggle);
+    QFETCH(QByteArray, root);
+    BsaBuilder b;
+    b.version = version;
+    b.flags = flags;
+    b.folders = {
+        {"meshes\\Armor",
+         {{"plate.nif", patternBytes(3000, 1), toggle}, {"b.NIF", patternBytes(100000, 2, false)}}},
+        {root, {{"root.txt", "root file"}}},
+        {"sound\\fx", {{"empty.wav", ""}, {"x.kf", patternBytes(500, 3)}}}};
+    QMap<QString, QByteArray> files;
+    qint64 packed = 0, unpacked = 0;
+    for (const auto& folder : b.folders)
+        for (const BsaFile& f : folder.second) {
+            QString dir = root == folder.first ? "" : QString(folder.first) + "/";
+            files[dir.replace('\\', '/') + f.name] = f.data;
+            if (bool(flags & 4) == f.toggle) continue;
+            packed += (version == 105 ? lz4Frame(f.data) : zlibStream(f.data)).size();
+            unpacked += f.data.size();
+        }
+    ArchiveReader r;
+    NullProgress none;
+    QVERIFY(r.open(archive(b.build(), "a.bsa"), none));
+    const QString codec = version == 105 ? "LZ4" : "zlib";
+    QCOMPARE(QStringList({archiveInfoLine1(r), archiveInfoLine2(r), archiveInfoLine3(r)}),
+             QStringList(
+                 {QString("BSA Ver.%1 (5 files)").arg(version),
+                  version == 103       ? "Format: Oblivion"
+                      : version == 104 ? "Format: Fallout 3, New Vegas, Skyrim"
+                                       : "Format: Skyrim Special Edition",
+                  packed ? QString::asprintf("Compression: %s (%3.2f%%)", qPrintable(codec),
+                                             double(float(float(packed) / float(unpacked) * 100.0)))
+                         : "Compression: Non"}));
+    QStringList names;
+    for (uint32_t i = 0; i < r.fileCount; ++i)
+        names << r.nameOf(i);
+    names.sort();
+    QCOMPARE(names, QStringList(files.keys()));
+    QString fault;
+    QVERIFY2(verifyArchive(r, fault, 2), qPrintable(fault));
+    for (int jobs : {1, 2}) {
+        QTemporaryDir out;
+        QCOMPARE(extractArchive(r, out.path(), none, jobs).status, ArchiveStatus::Complete);
+        QCOMPARE(treeOf(out.path()), QStringList(files.keys()));
+        for (auto it = files.begin(); it != files.end(); ++it)
+            QCOMPARE(readFile(out.filePath(it.key())), it.value());
+    }
 }
 
 void TestExtractor::realSamples_data()

@@ -1,3 +1,4 @@
+#include "archive/bsa.h"
 #include "archive/dxgi.h"
 #include "archive/format.h"
 
@@ -17,6 +18,8 @@ private slots:
     void nameHash();
     void dxgiFormats_data();
     void dxgiFormats();
+    void bsaNameHash_data();
+    void bsaNameHash();
 };
 
 void TestFormat::nameHash_data()
@@ -88,6 +91,32 @@ void TestFormat::dxgiFormats()
     QCOMPARE(int(f.size), size);
     QCOMPARE(f.layout == DxgiLayout::Unsized, size == 0);
     QCOMPARE(qulonglong(dxgiLevelSize(uint32_t(code), uint32_t(width), uint32_t(height))), level);
+}
+
+// Values worked out by hand from the published definition (in another language).
+void TestFormat::bsaNameHash_data()
+{
+    QTest::addColumn<QByteArray>("name");
+    QTest::addColumn<bool>("folder");
+    QTest::addColumn<qulonglong>("hash");
+    QTest::newRow("nif") << QByteArray("plate.nif") << false << 0x933960f27005f465ull;
+    QTest::newRow("upper case") << QByteArray("Helmet.NIF") << false << 0xc4f57ee36806e574ull;
+    QTest::newRow("one-letter stem") << QByteArray("a.dds") << false << 0x8ddba9c5610180e1ull;
+    QTest::newRow("wav") << QByteArray("boom.wav") << false << 0x9733d00de2046f6dull;
+    QTest::newRow("kf") << QByteArray("empty.kf") << false << 0x177eff2c650574f9ull;
+    QTest::newRow("last dot") << QByteArray("file.tar.gz") << false << 0xc5cb14a966086172ull;
+    QTest::newRow("no extension") << QByteArray("readme") << false << 0x321d362872066d65ull;
+    QTest::newRow("two bytes") << QByteArray("ab") << false << 0x61020062ull;
+    QTest::newRow("folder") << QByteArray("meshes\\armor") << true << 0xb6e5bfe86d0c6f72ull;
+    QTest::newRow("folder with slash") << QByteArray("sound/fx") << true << 0xeda95b2073086678ull;
+    QTest::newRow("dot folder") << QByteArray(".") << true << 0x2e01002eull;
+}
+
+void TestFormat::bsaNameHash()
+{
+    QFETCH(QByteArray, name);
+    QFETCH(bool, folder);
+    QTEST(qulonglong(bsa::nameHash(name.constData(), size_t(name.size()), folder)), "hash");
 }
 
 QTEST_GUILESS_MAIN(TestFormat)

@@ -1,8 +1,10 @@
 #include "archive/archivereader.h"
+#include "archive/extractor.h"
 #include "testutil.h"
 
 #include <QDir>
 #include <QTemporaryDir>
+#include <QtEndian>
 #include <QtTest>
 
 #include <numeric>
@@ -45,6 +47,8 @@ private slots:
     void infoLines();
     void realSamples_data();
     void realSamples();
+    void bsaDamage_data();
+    void bsaDamage();
 
 private:
     QString write(const QByteArray& bytes)
@@ -307,6 +311,78 @@ void TestReader::realSamples()
         names << r.nameOf(i);
     QVERIFY(!names.contains(QString()) && names.filter(QStringLiteral("\\")).isEmpty());
     if (!expected[3].isEmpty()) QCOMPARE(names[0].section('/', -1), expected[3]);
+}
+
+// Where a name's hash stands in an archive: the start of its record.
+static int recordOf(const QByteArray& bytes, const QByteArray& name, bool folder)
+{
+    const quint64 hash = bsa::nameHash(name.constData(), size_t(name.size()), folder);
+    return bytes.indexOf(QByteArray(reinterpret_cast<const char*>(&hash), 8));
+}
+
+void TestReader::bsaDamage_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<int>("error");     // -1: opens
+    QTest::addColumn<QString>("fault"); // of verify; empty: sound
+    BsaBuilder b;
+    b.folders = {{"meshes", {{"a.nif", patternBytes(900, 1), true}, {"b.txt", "bee"}}},
+                 {"textures", {{"c.dds", "dds bytes"}}}};
+    const QByteArray good = b.build();
+    const int a = recordOf(good, "a.nif", false), c = recordOf(good, "c.dds", false);
+    const int meshes = recordOf(good, "meshes", true);
+    const auto opens = [](const char* tag, const QByteArray& bytes, const QString& fault) {
+        QTest::newRow(tag) << bytes << -1 << fault;
+    };
+    const auto refused = [](const char* tag, const QByteArray& bytes, OpenError error) {
+        QTest::newRow(tag) << bytes << int(error) << QString();
+    };
+    opens("sound", good, "");
+    refused("header cut", good.left(30), OpenError::NotArchive);
+    refused("version 106", patched(good, 4, 106), OpenError::UnsupportedBsa);
+    refused("Xbox 360", patched(good, 12, 0x43), OpenError::XboxBsa);
+    refused("no file names", patched(good, 12, 0x1), OpenError::BsaWithoutNames);
+    refused("no files", patched(good, 20, 0), OpenError::NoFiles);
+    refused("folders beyond the file", patched(good, 16, 0xFFFFFFFF), OpenError::RecordsTruncated);
+    refused("directory cut", good.left(100), OpenError::RecordsTruncated);
+    refused("one file more than the folders hold", patched(good, 20, 4),
+            OpenError::BsaDirectoryInvalid);
+    refused("folder name runs past its block", patched(good, 68, 255, 1),
+            OpenError::BsaDirectoryInvalid);
+    refused("file names too short", patched(good, 28, 14), OpenError::NameTableInvalid);
+    opens("data past the end", patched(good, c + 12, uint32_t(good.size())),
+          "textures/c.dds: File Read Error.");
+    opens("stored size past the end", patched(good, c + 8, 0x3FFFFFFF),
+          "textures/c.dds: File Read Error.");
+    opens("original size wrong",
+          patched(good, qFromLittleEndian<qint32>(good.constData() + a + 12), 901),
+          "meshes/a.nif: Decompress(zlib) Error.");
+    opens("compressed file without its size", patched(good, a + 8, 0x40000003),
+          "meshes/a.nif: File Read Error.");
+    opens("wrong file hash", patched(good, a + 2, 0x77, 1),
+          "meshes/a.nif: hash does not match its name");
+    opens("wrong folder hash", patched(good, meshes + 5, 0x77, 1),
+          "meshes: folder hash does not match its name");
+    b.keepOrder = true; // the hash of a.nif is the lower one
+    std::swap(b.folders[0].second[0], b.folders[0].second[1]);
+    opens("files out of order", b.build(), "meshes/a.nif: out of hash order");
+    std::swap(b.folders[0].second[0], b.folders[0].second[1]);
+    std::swap(b.folders[0], b.folders[1]);
+    opens("folders out of order", b.build(), "meshes: folder out of hash order");
+}
+
+void TestReader::bsaDamage()
+{
+    QFETCH(QByteArray, bytes);
+    QFETCH(int, error);
+    ArchiveReader r;
+    NullProgress none;
+    QCOMPARE(r.open(write(bytes), none), error == -1);
+    QCOMPARE(int(r.openError()), error == -1 ? int(OpenError::None) : error);
+    QString fault;
+    const bool sound = error != -1 || verifyArchive(r, fault, 1);
+    QCOMPARE(sound, fault.isEmpty());
+    QTEST(fault, "fault");
 }
 
 int main(int argc, char** argv)

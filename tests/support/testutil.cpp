@@ -1,12 +1,17 @@
 #include "testutil.h"
 
+#include "archive/bsa.h"
+
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 #include <QStandardPaths>
 
+#include <algorithm>
+
 #include <lz4.h>
+#include <lz4frame.h>
 #include <zlib.h>
 
 #include <algorithm>
@@ -173,6 +178,75 @@ QByteArray Ba2Builder::build() const
     }
     out += trailingNameBytes;
     return out;
+}
+
+QByteArray lz4Frame(const QByteArray& data)
+{
+    LZ4F_preferences_t prefs = {};
+    prefs.frameInfo.contentSize = uint64_t(data.size());
+    QByteArray out(int(LZ4F_compressFrameBound(size_t(data.size()), &prefs)), '\0');
+    out.resize(int(LZ4F_compressFrame(out.data(), size_t(out.size()), data.constData(),
+                                      size_t(data.size()), &prefs)));
+    return out;
+}
+
+QByteArray BsaBuilder::build() const
+{
+    auto folderList = folders;
+    const auto hash = [](const QByteArray& n, bool folder) {
+        return bsa::nameHash(n.constData(), size_t(n.size()), folder);
+    };
+    if (!keepOrder) {
+        for (auto& f : folderList)
+            std::stable_sort(f.second.begin(), f.second.end(), [&](auto& a, auto& b) {
+                return hash(a.name, false) < hash(b.name, false);
+            });
+        std::stable_sort(folderList.begin(), folderList.end(), [&](auto& a, auto& b) {
+            return hash(a.first, true) < hash(b.first, true);
+        });
+    }
+    const int recordSize = version == 105 ? 24 : 16;
+    QByteArray names, blocks, folderRecords, data;
+    int files = 0, folderNames = 0;
+    for (const auto& f : folderList) {
+        files += f.second.size();
+        folderNames += f.first.size() + 1;
+        for (const BsaFile& file : f.second)
+            names += file.name + '\0';
+    }
+    const uint32_t blocksAt = 36 + uint32_t(folderList.size() * recordSize);
+    uint32_t dataAt = blocksAt + uint32_t(folderNames + folderList.size() + 16 * files)
+        + uint32_t(names.size());
+    for (const auto& f : folderList) {
+        put64(folderRecords, hash(f.first, true));
+        put32(folderRecords, uint32_t(f.second.size()));
+        if (version == 105) put32(folderRecords, 0);
+        const uint64_t at = blocksAt + uint32_t(blocks.size() + names.size());
+        version == 105 ? put64(folderRecords, at) : put32(folderRecords, uint32_t(at));
+        blocks += char(f.first.size() + 1) + f.first + '\0';
+        for (const BsaFile& file : f.second) {
+            QByteArray stored;
+            if (version != 103 && (flags & 0x100)) {
+                const QByteArray path = f.first + '\\' + file.name;
+                stored += char(path.size()) + path;
+            }
+            if (bool(flags & 0x4) != file.toggle) {
+                put32(stored, uint32_t(file.data.size()));
+                stored += version == 105 ? lz4Frame(file.data) : zlibStream(file.data);
+            } else {
+                stored += file.data;
+            }
+            put64(blocks, hash(file.name, false));
+            put32(blocks, uint32_t(stored.size()) | (file.toggle ? 0x40000000 : 0));
+            put32(blocks, dataAt + uint32_t(data.size()));
+            data += stored;
+        }
+    }
+    QByteArray out("BSA", 4);
+    for (uint32_t v : {version, 36u, flags, uint32_t(folderList.size()), uint32_t(files),
+                       uint32_t(folderNames), uint32_t(names.size()), 0x10002u})
+        put32(out, v);
+    return out + folderRecords + blocks + names + data;
 }
 
 QByteArray patternBytes(int size, uint32_t seed, bool compressible)

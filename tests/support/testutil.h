@@ -9,6 +9,7 @@
 #include <QByteArray>
 #include <QFileInfo>
 #include <QMap>
+#include <QPair>
 #include <QString>
 #include <QStringList>
 #include <QVector>
@@ -64,6 +65,23 @@ public:
     // The archive bytes: header, records, data in record order, name table.
     QByteArray build() const;
 };
+
+// A BSA archive: folders and files sorted by hash unless keepOrder, each file compressed when
+// the archive default (flag 0x4) and its toggle differ; zlib for 103/104, an LZ4 frame for 105.
+struct BsaFile
+{
+    QByteArray name, data;
+    bool toggle = false;
+};
+struct BsaBuilder
+{
+    uint32_t version = 104;
+    uint32_t flags = 0x3;
+    bool keepOrder = false;
+    QVector<QPair<QByteArray, QVector<BsaFile>>> folders;
+    QByteArray build() const;
+};
+QByteArray lz4Frame(const QByteArray& data);
 
 QByteArray patternBytes(int size, uint32_t seed, bool compressible = true);
 bool writeFile(const QString& path, const QByteArray& bytes);
