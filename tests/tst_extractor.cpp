@@ -347,7 +347,6 @@ void TestExtractor::outcomeTexts_data()
     QTest::newRow("write") << -3 << "Extract All Error.\n File Write Error.";
     QTest::newRow("lz4") << -5 << "Extract All Error.\n Decompress(LZ4) Error.";
     QTest::newRow("zlib") << -6 << "Extract All Error.\n Decompress(zlib) Error.";
-    QTest::newRow("ver3") << -9 << "Extract All Error.\n Ver.3 General.";
     QTest::newRow("format") << -10 << "Extract All Error.\n ";
     QTest::newRow("memory") << -11 << "Extract All Error.\n Out Of Memory.";
 }

@@ -327,6 +327,7 @@ struct LoadCase
     QString boxes;      // joined by ';'
     QString status;
     int sources;
+    QString suffix = "BA2"; // of Arc/Mixed
 };
 Q_DECLARE_METATYPE(LoadCase)
 
@@ -442,6 +443,16 @@ void TestWinOps::load_data()
     row("open no archive", {"open", "hello, no archive", noInfo, "", "---L", "", "earlier", 1});
     row("drop no archive", {"drop", "hello, no archive", noInfo, "mixed.ba2", "-ACL", "", one, 1});
     row("drop three bytes", {"drop", "BTD", noInfo, "mixed.ba2", "-ACL", "", one, 1});
+    testutil::BsaBuilder bsa;
+    bsa.folders = {{"meshes", {{"b.txt", "bee"}, {"a.nif", small}}}}; // a.nif hashes lower
+    const QString bsaInfo
+        = "BSA Ver.104 (2 files)|Format: Fallout 3, New Vegas, Skyrim|Compression: Non";
+    const QString bsaNames = "meshes/a.nif meshes/b.txt";
+    row("open bsa", {"open", bsa.build(), bsaInfo, bsaNames, "E-CL", "", "earlier", 0, "bsa"});
+    row("drop bsa", {"drop", bsa.build(), bsaInfo, bsaNames, "E-CL", "", "", 0, "Bsa"});
+    row("drop bsa without magic",
+        {"drop", "hello, no archive", noInfo, "mixed.bsa", "-ACL", "", one, 1, "BSA"});
+    row("drop bsa as ba2", {"drop", bsa.build(), noInfo, "mixed.ba2", "-ACL", "", one, 1});
     row("open v3 zlib",
         {"open", v3code0.build(),
          QString::asprintf("BA2 Ver.3 (1 file)|Format: General|Compression: zlib (%3.2f%%)",
@@ -469,7 +480,7 @@ void TestWinOps::load()
 {
     QFETCH(LoadCase, c);
     // Mixed case on purpose: the file is opened by its real name, and the suffix test ignores case.
-    const QString file = path(c.content.isNull() ? "Data" : "Arc/Mixed.BA2");
+    const QString file = path(c.content.isNull() ? "Data" : "Arc/Mixed." + c.suffix);
     QVERIFY(c.content.isNull() ? writeTree(work->path(), generalTree())
                                : testutil::writeFile(file, c.content));
     QVERIFY(testutil::writeFile(path("Other/extra.txt"), "x"));
@@ -508,7 +519,8 @@ void TestWinOps::load()
     const bool cleared = c.boxes.contains("Read Files.") && c.route != "startup";
     QCOMPARE(w->ui->lineEdit_SrcFile->text(), cleared ? kHint : file);
     if (c.route == "open") {
-        QCOMPARE(dialogs->asked, QStringList {"open Open Archive||BA2 Archive (*.ba2)"});
+        QCOMPARE(dialogs->asked,
+                 QStringList {"open Open Archive||BA2 Archive (*.ba2);;BSA Archive (*.bsa)"});
         QCOMPARE(setting("OpenArchiveDir").toString(), path("Arc/"));
     } else if (c.route == "select") {
         QCOMPARE(dialogs->asked, QStringList {"dir Pick a folder to Archive||3"});
@@ -841,7 +853,8 @@ void TestWinOps::gathering()
     w->ui->action_Create_Archive_from_Folder->trigger();
     QCOMPARE(dialogs->asked.mid(2),
              (QStringList {"save Save Archive||BA2 Archive (*.ba2)",
-                           "open Open Archive|" + work->path() + "/|BA2 Archive (*.ba2)",
+                           "open Open Archive|" + work->path()
+                               + "/|BA2 Archive (*.ba2);;BSA Archive (*.bsa)",
                            "dir Pick a folder to Archive||3"}));
     QCOMPARE(readIni(), ini);
     QCOMPARE(listTexts(*w), numbered(kGeneralOrder));

@@ -28,7 +28,6 @@ QString statusDetail(ArchiveStatus status)
     case ArchiveStatus::Lz4Error: return QStringLiteral("Decompress(LZ4) Error.");
     case ArchiveStatus::ZlibError: return QStringLiteral("Decompress(zlib) Error.");
     case ArchiveStatus::UnsafeName: return QStringLiteral("Unsafe File Name.");
-    case ArchiveStatus::Ver3General: return QStringLiteral("Ver.3 General.");
     case ArchiveStatus::OutOfMemory: return QStringLiteral("Out Of Memory.");
     case ArchiveStatus::Complete:
     case ArchiveStatus::Aborted:

@@ -1,8 +1,7 @@
 #pragma once
 // The results of the engines, and every word the user is shown for them. Extraction and creation
-// have types of their own: the same number means different things in the two (-9 is a compressed
-// file in a version-3 general archive when extracting, a texture source that is not a DDS file
-// when creating), and the window compares and shows the numbers, so they must not drift.
+// have types of their own: the same number may come to mean different things in the two, and the
+// window compares and shows the numbers, so they must not drift.
 
 #include <QString>
 
@@ -17,7 +16,6 @@ enum class ArchiveStatus : int {
     Lz4Error = -5,
     ZlibError = -6,
     UnsafeName = -7,         // a stored name would leave the target folder
-    Ver3General = -9,        // a compressed file in a version-3 general archive
     UnsupportedFormat = -10, // texture pixel format not supported (no words of its own)
     OutOfMemory = -11,
 };

@@ -351,6 +351,9 @@ ConvertResult convertArchive(const ArchiveReader& reader, const QString& targetP
         result.failedName = name;
         return result;
     };
+    // A BSA's blocks carry size prefixes and LZ4 frames that no BA2 block has: refused, never
+    // copied into an archive that would not decode.
+    if (reader.isBsa) return fail(SaveStatus::FileReadError, true, QString());
     const int in = reader.file.handle();
     const uint64_t inSize = uint64_t(reader.fileSize);
     const uint32_t count = reader.fileCount;

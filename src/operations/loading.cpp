@@ -48,11 +48,11 @@ struct DialogCloser
 using DialogHandle = std::unique_ptr<QProgressDialog, DialogCloser>;
 
 // Only an archive's first bytes tell it apart from a file that merely carries the suffix.
-bool startsWithArchiveMagic(const QString& path)
+bool startsWithArchiveMagic(const QString& path, const QByteArray& magic)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) return false;
-    return file.read(4) == QByteArrayLiteral("BTDX");
+    return file.read(4) == magic;
 }
 
 void resetList(QListWidget* list)
@@ -146,8 +146,11 @@ LoadStatus MainWindow::loadSourcePath(const QString& path, int pathCount, QProgr
 
     // Several paths dropped together are always gathered, even archives among them.
     const bool isDirectory = QFileInfo(path).isDir();
-    if (!isDirectory && pathCount == 1 && hasSuffix(path, QStringLiteral("ba2"))
-        && startsWithArchiveMagic(path)) {
+    const bool ba2 = hasSuffix(path, QStringLiteral("ba2"))
+        && startsWithArchiveMagic(path, QByteArrayLiteral("BTDX"));
+    const bool bsa = hasSuffix(path, QStringLiteral("bsa"))
+        && startsWithArchiveMagic(path, QByteArray("BSA", 4));
+    if (!isDirectory && pathCount == 1 && (ba2 || bsa)) {
         sourceKind = 1;
         return loadPath(path, Archive);
     }
@@ -176,7 +179,8 @@ void MainWindow::on_pushButton_File_clicked()
 {
     const QString fileName
         = Dialogs::current().getOpenFileName(this, QStringLiteral("Open Archive"), openArchiveDir,
-                                             QStringLiteral("BA2 Archive (*.ba2)"));
+                                             QStringLiteral("BA2 Archive (*.ba2);;"
+                                                            "BSA Archive (*.bsa)"));
     if (fileName.isEmpty()) return;
     QString head, tail;
     splitPath(fileName, QStringLiteral("/"), head, tail);

@@ -61,6 +61,18 @@ int main(int argc, char** argv)
             put(archives, QStringLiteral("built%1.ba2").arg(n++), big.build());
         }
     }
+    // BSA archives of every version, compressed and stored, with embedded names, root files and
+    // one block large enough for the workers.
+    for (uint32_t version : {103u, 104u, 105u})
+        for (uint32_t flags : {0x3u, 0x107u}) {
+            BsaBuilder b;
+            b.version = version;
+            b.flags = flags;
+            b.folders = {{"meshes\\a", {{"x.nif", patternBytes(300, 1)}, {"y.txt", "t", true}}},
+                         {".", {{"z.dds", patternBytes(100, 2)}}},
+                         {"big", {{"b.bin", patternBytes(40000, 3, false)}}}};
+            put(archives, QStringLiteral("bsa%1-%2.bsa").arg(version).arg(flags), b.build());
+        }
     for (const QString& f : QDir(samplesDir()).entryList({"*.ba2"}, QDir::Files))
         put(archives, f, readFile(samplesDir() + "/" + f));
 
