@@ -739,18 +739,15 @@ ExtractResult extractArchive(ArchiveReader& reader, const QString& targetFolder,
 bool verifyArchive(ArchiveReader& reader, QString& fault, int jobs,
                    std::vector<QByteArray>* digests)
 {
-    if (reader.isBsa) {
-        fault = bsa::hashFault(reader);
-        if (!fault.isEmpty()) return false;
-    }
     NullProgress none;
     if (digests) digests->assign(reader.fileCount, QByteArray());
     Engine engine(reader, filesToHandle(reader, nullptr), false, QString(), none, digests);
     engine.run(jobs);
     const uint32_t i = engine.stopFile();
     if (i == UINT32_MAX) {
-        fault.clear();
-        return true;
+        // The data is sound; what the game needs to find it comes last.
+        fault = reader.isBsa ? bsa::hashFault(reader) : QString();
+        return fault.isEmpty();
     }
     const ArchiveStatus status = engine.stopStatus();
     QString what = statusDetail(status);
