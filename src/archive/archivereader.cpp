@@ -276,8 +276,7 @@ QString ArchiveReader::errorText() const
     switch (lastError) {
     case OpenError::None: return QString();
     case OpenError::CannotOpen: return QStringLiteral("cannot open the file for reading");
-    case OpenError::NotArchive:
-        return QStringLiteral("not a BA2 archive (no \"BTDX\" header) nor a BSA archive");
+    case OpenError::NotArchive: return QStringLiteral("not a BA2 archive (no \"BTDX\" header)");
     case OpenError::UnknownType:
         return QStringLiteral("unknown archive type (neither GNRL nor DX10)");
     case OpenError::NoFiles: return QStringLiteral("the archive holds no files");
