@@ -38,6 +38,22 @@ uint64_t getLE(const QByteArray& b, int at, int bytes)
     return v;
 }
 
+// At its first poll, rewrites a texture as a larger one with three chunks.
+class ChangingProgress : public RecordingProgress
+{
+public:
+    explicit ChangingProgress(const QString& file)
+        : file(file)
+    { }
+    bool wasCanceled() override
+    {
+        if (!file.isEmpty()) testutil::writeFile(file, blockDds(1024, 1024, 11, 3));
+        file.clear();
+        return false;
+    }
+    QString file;
+};
+
 // Gathers every entry of folder, as a drop of all of them does.
 SourceList gatherIn(const QString& folder)
 {
@@ -252,11 +268,16 @@ void TestWriter::byteLayout()
     SourceList sources = gatherIn(dir + "/in");
     const QString target = dir + "/out.ba2";
     QVERIFY(testutil::writeFile(target, QByteArray(1000000, 'o')));
-    QVERIFY(testutil::writeFile(target + ".Zarneler", QByteArray(900000, 'l')));
+    // The leftover is a file, or a link planted to make the writer overwrite another file.
+    const QString victim = dir + "/keep/victim";
+    QVERIFY(testutil::writeFile(victim, "victim"));
+    QVERIFY(texture ? QFile::link(victim, target + ".Zarneler")
+                    : testutil::writeFile(target + ".Zarneler", QByteArray(900000, 'l')));
     RecordingProgress progress;
     QCOMPARE(int(writeArchive(sources, target, texture, 1, 0, 1, progress).status), 1);
     QCOMPARE(testutil::readFile(target), expected);
     QCOMPARE(QDir(dir).entryList(QDir::Files), QStringList {"out.ba2"});
+    QVERIFY(!QFileInfo(target).isSymLink() && testutil::readFile(victim) == "victim");
 }
 
 void TestWriter::roundTrip_data()
@@ -566,6 +587,8 @@ void TestWriter::failures_data()
     QTest::newRow("texture array") << true << 3 << 0 << 1 << "in/D/b.dds" << -9;
     // Workers may meet the later failure first; the earlier file's is the one reported.
     QTest::newRow("two failures") << true << 1 << 1 << 0 << "in/D/b.dds" << -2;
+    // Rewritten after the chunk count was taken and before it is read again: one chunk, then three.
+    QTest::newRow("texture changed meanwhile") << true << 1 << 1 << 0 << "in/D/b.dds" << -4;
     // Sparse files: no disk space, and never read.
     QTest::newRow("4 GiB stored") << false << 1 << 0 << 0 << "in/D/b.dds" << -8;
     QTest::newRow("4 GiB zlib") << false << 2 << 6 << 0 << "in/D/b.dds" << -8;
@@ -622,15 +645,16 @@ void TestWriter::failures()
         QVERIFY(QFile::setPermissions(dir + "/out", QFile::ReadOwner | QFile::ExeOwner));
 
     for (int jobs : {1, 3}) {
+        if (tag.endsWith("meanwhile")) QVERIFY(testutil::writeFile(b, blockDds(64, 64, 7, 1)));
         struct rlimit old;
         QCOMPARE(getrlimit(RLIMIT_FSIZE, &old), 0);
         const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
         struct rlimit limited = old;
         limited.rlim_cur = 4096;
         if (tag == "write refused") QCOMPARE(setrlimit(RLIMIT_FSIZE, &limited), 0);
-        RecordingProgress progress;
-        const WriteResult r
-            = writeArchive(sources, target, texture, version, zlib, lz4, progress, jobs);
+        ChangingProgress progress(tag.endsWith("meanwhile") ? b : QString());
+        const WriteResult r = writeArchive(sources, target, texture, version, zlib, lz4, progress,
+                                           tag.endsWith("meanwhile") ? 1 : jobs);
         setrlimit(RLIMIT_FSIZE, &old);
         std::signal(SIGXFSZ, oldHandler);
         QCOMPARE(int(r.status), status);
