@@ -3,6 +3,7 @@
 #include "archive/format.h"
 #include "archive/status.h"
 #include "creation/blockcodec.h"
+#include "creation/workbuffer.h"
 
 #include <QFile>
 
@@ -27,31 +28,8 @@ namespace {
 constexpr size_t kBlocksPerWorker = 2;
 // Pieces of a byte copy, between two looks at the cancel flag.
 constexpr uint64_t kCopyStep = 64u << 20;
-// A work buffer above this size is given back once a much smaller block follows.
-constexpr size_t kKeptBufferSize = 8u << 20;
 
-// A work buffer that follows the sizes asked of it; failing to get memory is a result.
-class Buffer
-{
-public:
-    bool reserve(uint64_t size)
-    {
-        const bool shrink = capacity > kKeptBufferSize && size < capacity / 2;
-        if (size <= capacity && !shrink) return true;
-        bytes.reset();
-        capacity = 0;
-        if (size > SIZE_MAX / 2) return false;
-        bytes.reset(new (std::nothrow) char[std::max<uint64_t>(size, 1)]);
-        if (!bytes) return false;
-        capacity = size;
-        return true;
-    }
-    char* data() { return bytes.get(); }
-
-private:
-    std::unique_ptr<char[]> bytes;
-    uint64_t capacity = 0;
-};
+using Buffer = WorkBuffer;
 
 bool readAt(int fd, char* out, uint64_t length, uint64_t offset)
 {

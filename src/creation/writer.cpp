@@ -5,6 +5,7 @@
 #include "creation/blockcodec.h"
 #include "creation/codecs.h"
 #include "creation/texturelayout.h"
+#include "creation/workbuffer.h"
 
 #include <QFile>
 
@@ -47,8 +48,6 @@ constexpr int kNameFlushSize = 1 << 20;
 // Source bytes that worker threads may hold between reading a file and its being written; a
 // file larger than this is still taken, alone, when its turn comes.
 constexpr uint64_t kBytesInFlight = 64u << 20;
-// A work buffer above this size is given back once a much smaller file follows.
-constexpr uint64_t kKeptBufferSize = 8u << 20;
 // What the worker window keeps allocated in idle buffers between files.
 constexpr uint64_t kIdleBufferBytes = 64u << 20;
 // Files a worker may run ahead of the writer. Sizes differ a thousandfold, so a worker must be
@@ -60,39 +59,7 @@ constexpr size_t kFilesPerWake = 4;
 // Written data is handed to the disk in steps of this size while the run goes on.
 constexpr uint64_t kEarlyWriteStep = 8u << 20;
 
-// A work buffer that follows the sizes asked of it; allocation failure is a result, not an
-// exception.
-class Buffer
-{
-public:
-    bool reserve(uint64_t size)
-    {
-        const bool shrink = capacity > kKeptBufferSize && size < capacity / 2;
-        if (size <= capacity && !shrink) return true;
-        bytes.reset();
-        capacity = 0;
-        bytes.reset(new (std::nothrow) char[std::max<uint64_t>(size, 1)]);
-        if (!bytes) return false;
-        capacity = size;
-        return true;
-    }
-    void release()
-    {
-        bytes.reset();
-        capacity = 0;
-    }
-    void swap(Buffer& other)
-    {
-        bytes.swap(other.bytes);
-        std::swap(capacity, other.capacity);
-    }
-    char* data() { return bytes.get(); }
-    uint64_t size() const { return capacity; }
-
-private:
-    std::unique_ptr<char[]> bytes;
-    uint64_t capacity = 0;
-};
+using Buffer = WorkBuffer;
 
 uint64_t sizeLimit(Codec codec)
 {
