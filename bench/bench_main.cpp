@@ -248,7 +248,9 @@ void benchExtract(const QString& dir, const std::vector<corpus::File>& files, bo
     };
     double limit = 1e30, limitAll = 1e30, one = 1e30, all = 1e30;
     const int jobs = defaultJobCount();
-    for (int round = 0; round < 3; ++round) {
+    // Five rounds: on a disk file system the write-back of earlier runs makes single runs vary
+    // by a third, more than on tmpfs.
+    for (int round = 0; round < 5; ++round) {
         fresh();
         limit = std::min(limit, bestOf(1, [&] { rawExtract(blocks, lz4, out); }));
         fresh();

@@ -5,8 +5,12 @@
 #include <QStringList>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <new>
+
+#include <sys/mman.h>
 
 namespace {
 
@@ -73,6 +77,81 @@ private:
 };
 
 } // namespace
+
+namespace {
+constexpr size_t kHugePage = size_t(2) << 20;
+constexpr size_t kMappedTable = size_t(1) << 20;
+size_t hugePagesFor(size_t bytes)
+{
+    return (bytes + kHugePage - 1) & ~(kHugePage - 1);
+}
+
+// The last freed record and name tables, kept for the next open: opening archives again and
+// again (the window, a benchmark) then reuses pages instead of taking and clearing new ones.
+struct SpareTables
+{
+    static constexpr size_t kMaxBytes = size_t(32) << 20;
+    std::mutex lock;
+    void* data[2] = {};
+    size_t length[2] = {};
+};
+SpareTables& spareTables()
+{
+    static SpareTables* spare = new SpareTables; // outlives every static reader
+    return *spare;
+}
+} // namespace
+
+void* allocateTable(size_t bytes) noexcept
+{
+    if (bytes < kMappedTable) return std::malloc(bytes ? bytes : 1);
+    const size_t length = hugePagesFor(bytes);
+    if (length < bytes || length + kHugePage < length) return nullptr;
+    {
+        SpareTables& spare = spareTables();
+        std::lock_guard<std::mutex> hold(spare.lock);
+        for (int k = 0; k < 2; ++k) {
+            if (spare.data[k] && spare.length[k] == length) {
+                void* reused = spare.data[k];
+                spare.data[k] = nullptr;
+                return reused;
+            }
+        }
+    }
+    char* const m = static_cast<char*>(::mmap(nullptr, length + kHugePage, PROT_READ | PROT_WRITE,
+                                              MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    if (m == MAP_FAILED) return nullptr;
+    // Keep the 2 MiB-aligned part, give back the slack on either side.
+    char* const aligned
+        = reinterpret_cast<char*>((uintptr_t(m) + kHugePage - 1) & ~uintptr_t(kHugePage - 1));
+    if (aligned > m) ::munmap(m, size_t(aligned - m));
+    if (m + length + kHugePage > aligned + length)
+        ::munmap(aligned + length, size_t(m + length + kHugePage - (aligned + length)));
+#ifdef MADV_HUGEPAGE
+    (void)::madvise(aligned, length, MADV_HUGEPAGE); // refused where huge pages are off: fine
+#endif
+    return aligned;
+}
+
+void freeTable(void* data, size_t bytes) noexcept
+{
+    if (!data) return;
+    if (bytes < kMappedTable) {
+        std::free(data);
+        return;
+    }
+    size_t length = hugePagesFor(bytes);
+    if (length <= SpareTables::kMaxBytes) {
+        SpareTables& spare = spareTables();
+        std::lock_guard<std::mutex> hold(spare.lock);
+        // The newest goes into slot 0; what was in slot 1 falls out and is unmapped below.
+        std::swap(spare.data[0], spare.data[1]);
+        std::swap(spare.length[0], spare.length[1]);
+        std::swap(spare.data[0], data);
+        std::swap(spare.length[0], length);
+    }
+    if (data) ::munmap(data, length);
+}
 
 bool ArchiveReader::mapFiles = true;
 
@@ -229,7 +308,7 @@ bool ArchiveReader::open(const QString& path, Progress& progress)
     nameTableSize
         = std::min<uint64_t>(uint64_t(fileSize) - nameTableOffset, uint64_t(fileCount) * 65537u);
     if (nameTableSize < uint64_t(fileCount) * 2) return fail(OpenError::NameTableInvalid);
-    nameTable.reset(new (std::nothrow) char[nameTableSize + 1]);
+    nameTable = allocateNameTable(nameTableSize + 1);
     if (!nameTable) return fail(OpenError::OutOfMemory);
     if (!in.copy(nameTableOffset, nameTable.get(), nameTableSize))
         return fail(OpenError::NameTableInvalid);

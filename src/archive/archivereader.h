@@ -11,7 +11,54 @@
 
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <vector>
+
+// Memory for an archive's record and name tables. Blocks of 1 MiB and more are mapped on
+// 2 MiB boundaries with transparent huge pages advised: filling the tables of a 100,000-file
+// archive then takes a handful of page faults instead of thousands, which cost more than
+// decoding the records. Null when the memory is not there.
+void* allocateTable(size_t bytes) noexcept;
+void freeTable(void* data, size_t bytes) noexcept;
+
+template<class T>
+struct TableAllocator
+{
+    using value_type = T;
+    TableAllocator() = default;
+    template<class U>
+    TableAllocator(const TableAllocator<U>&)
+    { }
+    T* allocate(size_t n)
+    {
+        if (n > size_t(-1) / sizeof(T)) throw std::bad_alloc();
+        if (void* p = allocateTable(n * sizeof(T))) return static_cast<T*>(p);
+        throw std::bad_alloc();
+    }
+    void deallocate(T* p, size_t n) noexcept { freeTable(p, n * sizeof(T)); }
+    template<class U>
+    bool operator==(const TableAllocator<U>&) const
+    {
+        return true;
+    }
+    template<class U>
+    bool operator!=(const TableAllocator<U>&) const
+    {
+        return false;
+    }
+};
+
+// The name table's bytes, given back with the size they were taken with.
+struct TableDeleter
+{
+    size_t bytes = 0;
+    void operator()(char* p) const noexcept { freeTable(p, bytes); }
+};
+using NameTable = std::unique_ptr<char[], TableDeleter>;
+inline NameTable allocateNameTable(size_t bytes)
+{
+    return NameTable(static_cast<char*>(allocateTable(bytes)), TableDeleter {bytes});
+}
 
 // One chunk of a texture as loaded (the low byte of each mip index is kept).
 struct ChunkInfo
@@ -131,12 +178,12 @@ public:
     uint64_t nameTableOffset = 0;
     uint64_t headerExtra = 0;
     uint32_t compressionCode = 0;
-    std::vector<FileRecord> records;
+    std::vector<FileRecord, TableAllocator<FileRecord>> records;
     bool isTexture = false;
     int64_t packedTotal = 0;
     int64_t unpackedTotal = 0;
     uint64_t nameTableSize = 0;
-    std::unique_ptr<char[]> nameTable;
+    NameTable nameTable;
     // BSA archive
     bool isBsa = false;
     uint32_t bsaFlags = 0;

@@ -193,7 +193,7 @@ OpenError load(ArchiveReader& r, Progress& progress)
 
     // Paths: "folder/name" for every file, '\' turned into '/'.
     r.nameTableSize = pathBytes + fileNamesLength;
-    r.nameTable.reset(new (std::nothrow) char[r.nameTableSize + 1]);
+    r.nameTable = allocateNameTable(r.nameTableSize + 1);
     if (!r.nameTable) return OpenError::OutOfMemory;
     const char* names = reinterpret_cast<const char*>(dir + blocksEnd);
     const char* namesEnd = names + fileNamesLength;

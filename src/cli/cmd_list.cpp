@@ -72,19 +72,17 @@ int List::run(const QStringList& args, int) const
     ArchiveReader reader;
     NullProgress quiet;
     if (!openArchive(reader, operands.takeFirst(), quiet)) return 1;
+    LineWriter out;
     if (!longForm && operands.isEmpty()) {
-        const QByteArray names = nameListing(reader);
-        std::fwrite(names.constData(), 1, size_t(names.size()), stdout);
-        std::fflush(stdout);
+        for (const FileRecord& r : reader.records)
+            out.addName(r.name).endLine();
         return 0;
     }
     const std::vector<uint32_t> files = matchingRecords(reader, operands);
     if (files.empty() && !operands.isEmpty()) return noMatch();
-    LineWriter out;
     for (uint32_t i : files) {
         if (longForm) addDetails(out, reader, i);
-        out.addName(reader.records[i].name);
-        out.endLine();
+        out.addName(reader.records[i].name).endLine();
     }
     return 0;
 }
