@@ -107,7 +107,7 @@ else()
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS OFF)
   string(APPEND CPACK_DEBIAN_PACKAGE_DEPENDS
          ", libqt5widgets5 (>= 5.15), libqt5gui5 (>= 5.15), libqt5core5a (>= 5.15)"
-         ", liblz4-1, libdeflate0, libstdc++6, libgcc-s1, libc6")
+         ", liblz4-1, libdeflate0, libxxhash0, libstdc++6, libgcc-s1, libc6")
 endif()
 
 set(CPACK_SOURCE_GENERATOR TXZ)

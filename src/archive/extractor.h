@@ -4,6 +4,7 @@
 #include "archive/archivereader.h"
 #include "archive/status.h"
 
+#include <array>
 #include <vector>
 
 struct ExtractResult
@@ -27,10 +28,12 @@ ExtractResult extractArchive(ArchiveReader& reader, const QString& targetFolder,
 
 // Decodes every block (in windows when large) and checks every size and every texture's format.
 // Returns true for a sound archive; otherwise fault names the first problem and its file.
-// digests, when given, receives per record the SHA-1 of the bytes extraction would write (for
+// digests, when given, receives per record the XXH3 128-bit digest (canonical, big-endian
+// bytes) of the bytes extraction would write (for
 // a texture: its DDS header, then its data), computed while decoding; complete only on true.
+using Digest = std::array<unsigned char, 16>;
 bool verifyArchive(ArchiveReader& reader, QString& fault, int jobs = 1,
-                   std::vector<QByteArray>* digests = nullptr);
+                   std::vector<Digest>* digests = nullptr);
 
 // Worker threads to use when the user does not say: one per core.
 int defaultJobCount();

@@ -6,6 +6,7 @@
 #include "cli/output.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace {
 
@@ -34,21 +35,30 @@ public:
 struct Side
 {
     ArchiveReader reader;
-    std::vector<QByteArray> digests;
-    std::vector<std::pair<QByteArray, uint32_t>> keys; // sorted
+    std::vector<Digest> digests;
+    std::vector<std::pair<const char*, uint32_t>> keys; // in record order until sorted
+    std::vector<QByteArray> converted;                  // the keys that are not stored names
 };
 
 // A stored name as files are matched: lower case, '/' for '\\', as UTF-8 (whose byte order is
-// the order of the characters). Plain ASCII names, the usual case, skip the conversions.
-QByteArray matchKey(const char* name)
+// the order of the characters). Most names are already that, and then serve as their own key.
+const char* matchKey(const char* name, std::vector<QByteArray>& converted)
 {
+    const char* p = name;
+    while (*p && !(*p & 0x80) && !(*p >= 'A' && *p <= 'Z') && *p != '\\')
+        ++p;
+    if (!*p) return name;
     QByteArray key(name);
     for (char& c : key) {
-        if (c & 0x80) return QString::fromUtf8(name).toLower().replace('\\', '/').toUtf8();
+        if (c & 0x80) {
+            key = QString::fromUtf8(name).toLower().replace('\\', '/').toUtf8();
+            break;
+        }
         if (c >= 'A' && c <= 'Z') c = char(c + 32);
         if (c == '\\') c = '/';
     }
-    return key;
+    converted.push_back(key);
+    return converted.back().constData();
 }
 
 // Opens and decodes an archive; false after saying why on stderr.
@@ -63,9 +73,23 @@ bool load(Side& side, const QString& path, int jobs)
     }
     side.keys.reserve(side.reader.fileCount);
     for (uint32_t i = 0; i < side.reader.fileCount; ++i)
-        side.keys.emplace_back(matchKey(side.reader.records[i].name), i);
-    std::stable_sort(side.keys.begin(), side.keys.end(),
-                     [](const auto& a, const auto& b) { return a.first < b.first; });
+        side.keys.emplace_back(matchKey(side.reader.records[i].name, side.converted), i);
+    return true;
+}
+
+// Sorts by key; files of the same key keep their record order, and pair up in that order.
+void sortByKey(std::vector<std::pair<const char*, uint32_t>>& keys)
+{
+    std::stable_sort(keys.begin(), keys.end(), [](const auto& a, const auto& b) {
+        return std::strcmp(a.first, b.first) < 0;
+    });
+}
+
+bool sameKeysInOrder(const Side& first, const Side& second)
+{
+    if (first.keys.size() != second.keys.size()) return false;
+    for (size_t k = 0; k < first.keys.size(); ++k)
+        if (std::strcmp(first.keys[k].first, second.keys[k].first) != 0) return false;
     return true;
 }
 
@@ -82,15 +106,31 @@ int Diff::run(const QStringList& args, int jobs) const
         out.endLine();
         different = true;
     };
+    // Archives packed from the same folder list their files in the same order: then the files
+    // pair up by place, and only the changed ones need sorting.
+    if (sameKeysInOrder(first, second)) {
+        std::vector<std::pair<const char*, uint32_t>> changed;
+        for (size_t k = 0; k < first.keys.size(); ++k)
+            if (first.digests[k] != second.digests[k]) changed.push_back(first.keys[k]);
+        sortByKey(changed);
+        for (const auto& c : changed)
+            line('M', first, c.second);
+        return different ? 1 : 0;
+    }
+    sortByKey(first.keys);
+    sortByKey(second.keys);
     size_t a = 0, b = 0;
     while (a < first.keys.size() || b < second.keys.size()) {
-        const bool takeFirst = b == second.keys.size()
-            || (a < first.keys.size() && first.keys[a].first < second.keys[b].first);
-        const bool takeSecond = a == first.keys.size()
-            || (b < second.keys.size() && second.keys[b].first < first.keys[a].first);
-        if (takeFirst) {
+        int order = 0;
+        if (a == first.keys.size())
+            order = 1;
+        else if (b == second.keys.size())
+            order = -1;
+        else
+            order = std::strcmp(first.keys[a].first, second.keys[b].first);
+        if (order < 0) {
             line('-', first, first.keys[a++].second);
-        } else if (takeSecond) {
+        } else if (order > 0) {
             line('+', second, second.keys[b++].second);
         } else {
             const uint32_t i = first.keys[a++].second, j = second.keys[b++].second;
