@@ -1,5 +1,6 @@
 // zarnel-bench: measures our engines against the raw limit of the same work in one run.
-// Usage: zarnel-bench [WORKLOAD...]   (no argument: open list extract create gather convert)
+// Usage: zarnel-bench [WORKLOAD...]   (no argument: open list extract create gather convert
+//                                     partial bsa)
 //        zarnel-bench engines         zlib against libdeflate at every level (slow)
 //        zarnel-bench write-corpus DIR   the create corpus as files, for memory measurements
 // Each line: workload, our time, the limit's time, and limit/ours (1.0 = at the limit).
@@ -20,6 +21,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QMap>
 #include <QProcess>
 #include <QTemporaryDir>
 
@@ -66,6 +68,17 @@ double cpuSeconds()
         + (u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
 }
 
+// Runs part(0) .. part(threads - 1), each on a thread of its own (part(0) on this one).
+void onThreads(int threads, const std::function<void(int)>& part)
+{
+    std::vector<std::thread> others;
+    for (int t = 1; t < threads; ++t)
+        others.emplace_back(part, t);
+    part(0);
+    for (std::thread& t : others)
+        t.join();
+}
+
 void report(const char* workload, double ours, double limit, const char* limitName)
 {
     std::printf("%-34s ours %9.4f s   %-22s %9.4f s   limit/ours %5.2f\n", workload, ours,
@@ -84,12 +97,10 @@ QByteArray generalArchive(uint32_t count)
     return b.build();
 }
 
-void benchOpen(const QString& dir)
+// ArchiveReader::open of an archive against one read of its file.
+void benchOpen(const QString& path, const QByteArray& archive, const char* workload)
 {
-    const QString path = dir + "/open100k.ba2";
-    QFile f(path);
-    if (!f.open(QIODevice::WriteOnly) || f.write(generalArchive(100000)) < 0) return;
-    f.close();
+    if (!testutil::writeFile(path, archive)) return;
     const double limit = bestOf(7, [&] {
         QFile in(path);
         in.open(QIODevice::ReadOnly);
@@ -101,7 +112,7 @@ void benchOpen(const QString& dir)
         NullProgress none;
         if (!r.open(path, none)) std::fprintf(stderr, "open failed\n");
     });
-    report("open 100,000-file archive", ours, limit, "one read of the file");
+    report(workload, ours, limit, "one read of the file");
 }
 
 // Runs a program with its output in a file (its complaints dropped); true when it exits with 0.
@@ -214,12 +225,7 @@ void rawExtract(const std::vector<Block>& blocks, bool lz4, const QString& out, 
         }
         libdeflate_free_decompressor(inflater);
     };
-    std::vector<std::thread> others;
-    for (int t = 1; t < threads; ++t)
-        others.emplace_back(part, t);
-    part(0);
-    for (std::thread& t : others)
-        t.join();
+    onThreads(threads, part);
 }
 
 void benchExtract(const QString& dir, const std::vector<corpus::File>& files, bool lz4)
@@ -417,12 +423,7 @@ void rawCreate(const std::vector<MemoryBlock>& blocks, const CreateCase& c, cons
         libdeflate_free_compressor(deflater);
         ::close(fd);
     };
-    std::vector<std::thread> others;
-    for (int t = 1; t < threads; ++t)
-        others.emplace_back(part, t);
-    part(0);
-    for (std::thread& t : others)
-        t.join();
+    onThreads(threads, part);
 }
 
 QByteArray fileHash(const QString& path)
@@ -561,6 +562,155 @@ void benchGather(const QString& dir)
                 times[1] / times[0]);
 }
 
+// ---- partial work: diff against two verify runs, one file by pattern against open + one file ----
+
+// Best of runs of a zarnel-cli process, output into a file; negative when it fails.
+double cliTime(int runs, const QStringList& args, const QString& output)
+{
+    bool ok = true;
+    const double t = bestOf(runs, [&] { ok = runTo(args, output) && ok; });
+    return ok ? t : -1;
+}
+
+void benchPartial(const QString& dir, const std::vector<corpus::File>& files)
+{
+    const QString cli = QStringLiteral(ZARNEL_CLI_PATH), out = dir + "/partial.txt";
+    // The same files at zlib 6 in a v1 archive and as LZ4 in a v3 archive: diff finds them equal.
+    testutil::Ba2Builder zlib, lz4;
+    lz4.version = 3;
+    for (const corpus::File& f : files) {
+        zlib.addGeneral(f.name.toUtf8(), f.data, testutil::Pack::Zlib);
+        lz4.addGeneral(f.name.toUtf8(), f.data, testutil::Pack::Lz4);
+    }
+    const QString a = dir + "/diff-zlib.ba2", b = dir + "/diff-lz4.ba2";
+    const QString c = dir + "/diff100k-a.ba2", d = dir + "/diff100k-b.ba2";
+    const QByteArray many = generalArchive(100000);
+    if (!testutil::writeFile(a, zlib.build()) || !testutil::writeFile(b, lz4.build())
+        || !testutil::writeFile(c, many) || !testutil::writeFile(d, many))
+        return;
+    const struct
+    {
+        const char* label;
+        QString first, second;
+    } pairs[] = {{"diff zlib v1 / LZ4 v3 archive", a, b}, {"diff 100,000-file archives", c, d}};
+    for (const auto& p : pairs) {
+        const double verify = cliTime(5, {cli, "verify", p.first}, out)
+            + cliTime(5, {cli, "verify", p.second}, out);
+        const double diff = cliTime(5, {cli, "diff", p.first, p.second}, out);
+        std::printf("%-34s ours %9.4f s   two verify runs %9.4f s   ours/verifies %5.2fx\n",
+                    p.label, diff, verify, diff / verify);
+    }
+    // One file by its name out of 100,000, against opening the archive (info) plus extracting
+    // an archive of that one file.
+    testutil::Ba2Builder one;
+    one.addGeneral("meshes/set50/file50000.nif", "dddd");
+    const QString single = dir + "/one.ba2";
+    if (!testutil::writeFile(single, one.build())) return;
+    int runs = 0;
+    auto fresh = [&] {
+        const QString folder = dir + "/pattern" + QString::number(++runs);
+        QDir().mkpath(folder);
+        return folder;
+    };
+    double pattern = 1e30, reference = 1e30;
+    for (int round = 0; round < 7; ++round) {
+        const double p = cliTime(1, {cli, "extract", c, fresh(), "file50000.nif"}, out);
+        const double open = cliTime(1, {cli, "info", c}, out);
+        const double one = cliTime(1, {cli, "extract", single, fresh()}, out);
+        if (p < 0 || open < 0 || one < 0) {
+            std::printf("%-34s failed\n", "extract 1 of 100,000 by pattern");
+            return;
+        }
+        pattern = std::min(pattern, p);
+        reference = std::min(reference, open + one);
+    }
+    std::printf("%-34s ours %9.4f s   info + one-file extract %9.4f s   ratio %5.2fx\n",
+                "extract 1 of 100,000 by pattern", pattern, reference, pattern / reference);
+}
+
+// ---- BSA: opening and extracting against the same work on a BA2 archive ----
+
+// A BSA archive of the files (names and compression on, one folder per directory).
+QByteArray bsaOf(const std::vector<corpus::File>& files, uint32_t version)
+{
+    testutil::BsaBuilder bsa;
+    bsa.version = version;
+    bsa.flags = 0x7;
+    QMap<QString, int> folderIndex;
+    for (const corpus::File& f : files) {
+        const int slash = f.name.lastIndexOf('/');
+        const QString folder = f.name.left(slash).replace('/', '\\');
+        if (!folderIndex.contains(folder)) {
+            folderIndex.insert(folder, bsa.folders.size());
+            bsa.folders.append(qMakePair(folder.toUtf8(), QVector<testutil::BsaFile>()));
+        }
+        bsa.folders[folderIndex[folder]].second.append({f.name.mid(slash + 1).toUtf8(), f.data});
+    }
+    return bsa.build();
+}
+
+void benchBsa(const QString& dir, const std::vector<corpus::File>& files)
+{
+    std::vector<corpus::File> many;
+    for (int i = 0; i < 100000; ++i)
+        many.push_back({QStringLiteral("meshes/set%1/file%2.nif").arg(i / 1000).arg(i), "dddd"});
+    testutil::BsaBuilder stored;
+    stored.flags = 0x3;
+    for (int k = 0; k < 100; ++k) {
+        stored.folders.append(
+            qMakePair("meshes\\set" + QByteArray::number(k), QVector<testutil::BsaFile>()));
+        for (int i = 0; i < 1000; ++i)
+            stored.folders.back().second.append(
+                {"file" + QByteArray::number(k * 1000 + i) + ".nif", "dddd"});
+    }
+    benchOpen(dir + "/open100k.bsa", stored.build(), "open 100,000-file BSA (104)");
+    // The same files in a BSA and a BA2 archive, zlib (104 / v1) and LZ4 (105 / v3 general).
+    testutil::Ba2Builder zlib, lz4;
+    lz4.version = 3;
+    for (const corpus::File& f : files) {
+        zlib.addGeneral(f.name.toUtf8(), f.data, testutil::Pack::Zlib);
+        lz4.addGeneral(f.name.toUtf8(), f.data, testutil::Pack::Lz4);
+    }
+    const struct
+    {
+        const char* label;
+        QString bsa, ba2;
+        QByteArray bsaBytes, ba2Bytes;
+    } cases[] = {
+        {"extract BSA 104 (zlib)", dir + "/x104.bsa", dir + "/x1.ba2", bsaOf(files, 104),
+         zlib.build()},
+        {"extract BSA 105 (LZ4 frames)", dir + "/x105.bsa", dir + "/x3.ba2", bsaOf(files, 105),
+         lz4.build()},
+    };
+    int runs = 0;
+    auto extractTime = [&](const QString& archive, int jobs) {
+        const QString out = dir + "/bsa-out" + QString::number(++runs);
+        QDir().mkpath(out);
+        return bestOf(1, [&] {
+            ArchiveReader r;
+            NullProgress none;
+            if (!r.open(archive, none)
+                || extractArchive(r, out, none, jobs).status != ArchiveStatus::Complete)
+                std::fprintf(stderr, "extract failed\n");
+        });
+    };
+    const int jobs = defaultJobCount();
+    for (const auto& c : cases) {
+        if (!testutil::writeFile(c.bsa, c.bsaBytes) || !testutil::writeFile(c.ba2, c.ba2Bytes))
+            return;
+        double t[2][2] = {{1e30, 1e30}, {1e30, 1e30}}; // [bsa, ba2][1 thread, all cores]
+        for (int round = 0; round < 5; ++round)
+            for (int kind = 0; kind < 2; ++kind)
+                for (int j = 0; j < 2; ++j)
+                    t[kind][j]
+                        = std::min(t[kind][j], extractTime(kind ? c.ba2 : c.bsa, j ? jobs : 1));
+        std::printf("%-34s 1 thread %7.4f s (BA2 %7.4f s, BA2/BSA %4.2f)   %d threads %7.4f s "
+                    "(BA2 %7.4f s, BA2/BSA %4.2f)\n",
+                    c.label, t[0][0], t[1][0], t[1][0] / t[0][0], jobs, t[0][1], t[1][1],
+                    t[1][1] / t[0][1]);
+    }
+}
+
 // ---- write-corpus: the create corpus on disk, for zarnel-cli under /usr/bin/time -v ----
 
 // ---- convert: a relabelling runs like a file copy, a re-compression like create ----
@@ -667,7 +817,8 @@ int main(int argc, char** argv)
     }
     QTemporaryDir dir;
     if (wanted.isEmpty())
-        wanted = QStringList {"open", "list", "extract", "create", "gather", "convert"};
+        wanted = QStringList {"open",   "list",    "extract", "create",
+                              "gather", "convert", "partial", "bsa"};
     auto want = [&](const char* name) {
         return wanted.contains(QLatin1String(name));
     };
@@ -678,7 +829,9 @@ int main(int argc, char** argv)
     };
     std::printf("corpus: %lld MiB (ZARNEL_BENCH_MIB), %d cores\n", (long long)(corpusBytes >> 20),
                 defaultJobCount());
-    if (want("open")) benchOpen(dir.path());
+    if (want("open"))
+        benchOpen(dir.path() + "/open100k.ba2", generalArchive(100000),
+                  "open 100,000-file archive");
     if (want("list")) benchList(dir.path());
     if (want("extract")) {
         benchExtract(dir.path(), corpusFiles(), false);
@@ -687,6 +840,8 @@ int main(int argc, char** argv)
     if (want("create")) benchCreate(dir.path(), corpusBytes);
     if (want("gather")) benchGather(dir.path());
     if (want("convert")) benchConvert(dir.path(), corpusBytes);
+    if (want("partial")) benchPartial(dir.path(), corpusFiles());
+    if (want("bsa")) benchBsa(dir.path(), corpusFiles());
     if (want("engines")) benchEngines(corpusBytes / 8);
     return 0;
 }

@@ -39,6 +39,8 @@ public:
         if (mapped) file.unmap(mapped);
     }
 
+    bool isMapped() const { return mapped != nullptr; }
+
     // length bytes at offset, or null when they are not all in the file.
     const unsigned char* at(uint64_t offset, uint64_t length)
     {
@@ -146,9 +148,13 @@ OpenError load(ArchiveReader& r, Progress& progress)
         return OpenError::RecordsTruncated;
     const unsigned char* dir = in.at(folderStart, directorySize);
     if (!dir) return OpenError::RecordsTruncated;
-    // A copy, so the reads of file data below may reuse the unmapped input's buffer.
-    const std::vector<unsigned char> directory(dir, dir + directorySize);
-    dir = directory.data();
+    // Read rather than mapped, the reads of file data below reuse the input's buffer: keep a
+    // copy then.
+    std::vector<unsigned char> directory;
+    if (!in.isMapped()) {
+        directory.assign(dir, dir + directorySize);
+        dir = directory.data();
+    }
 
     try {
         r.bsaFolders.resize(folderCount);
@@ -200,6 +206,8 @@ OpenError load(ArchiveReader& r, Progress& progress)
     char* out = r.nameTable.get();
     for (const Folder& folder : r.bsaFolders) {
         const bool root = folder.name.isEmpty() || folder.name == ".";
+        QByteArray prefix = folder.name;
+        prefix.replace('\\', '/');
         for (uint32_t k = 0; k < folder.fileCount; ++k) {
             const char* end = static_cast<const char*>(memchr(names, 0, size_t(namesEnd - names)));
             if (!end) return OpenError::NameTableInvalid;
@@ -210,8 +218,8 @@ OpenError load(ArchiveReader& r, Progress& progress)
             rec.name = out;
             rec.nameEntryLength = uint16_t(total);
             if (!root) {
-                memcpy(out, folder.name.constData(), size_t(folder.name.size()));
-                out += folder.name.size();
+                memcpy(out, prefix.constData(), size_t(prefix.size()));
+                out += prefix.size();
                 *out++ = '/';
             }
             memcpy(out, names, nameLength);
@@ -220,7 +228,9 @@ OpenError load(ArchiveReader& r, Progress& progress)
             names = end + 1;
         }
     }
-    std::replace(r.nameTable.get(), out, '\\', '/');
+    // A bare file name with a '\\' in it is rare; memchr passes over the rest quickly.
+    for (char* b = r.nameTable.get(); (b = static_cast<char*>(memchr(b, '\\', size_t(out - b))));)
+        *b++ = '/';
 
     // Each file's block: after the embedded name (if any) and, for a compressed file, the
     // original size.
