@@ -8,8 +8,6 @@
 #include <QFileInfo>
 #include <QStandardPaths>
 
-#include <algorithm>
-
 #include <lz4.h>
 #include <lz4frame.h>
 #include <zlib.h>
@@ -29,20 +27,21 @@ extern char** environ;
 
 namespace testutil {
 
+// Little-endian fields of N bytes each.
+template<int N>
+static void put(QByteArray& b, std::initializer_list<uint64_t> values)
+{
+    for (uint64_t v : values)
+        for (int i = 0; i < N; ++i)
+            b.append(char((v >> (8 * i)) & 0xFF));
+}
 static void put16(QByteArray& b, uint16_t v)
 {
-    b.append(char(v & 0xFF));
-    b.append(char(v >> 8));
+    put<2>(b, {v});
 }
 static void put32(QByteArray& b, uint32_t v)
 {
-    for (int i = 0; i < 4; ++i)
-        b.append(char((v >> (8 * i)) & 0xFF));
-}
-static void put64(QByteArray& b, uint64_t v)
-{
-    for (int i = 0; i < 8; ++i)
-        b.append(char((v >> (8 * i)) & 0xFF));
+    put<4>(b, {v});
 }
 
 QByteArray zlibStream(const QByteArray& data, int level)
@@ -125,35 +124,22 @@ QByteArray Ba2Builder::build() const
     QByteArray records, data;
     for (const TestEntry& e : entries) {
         if (!texture) {
-            put32(records, 0x11111111);
-            put32(records, 0x00736464);
-            put32(records, 0x22222222);
-            put32(records, 0x00100100);
-            put64(records, dataCursor);
-            put32(records, e.packedSize);
-            put32(records, e.unpackedSize);
-            put32(records, 0xBAADF00D);
+            put<4>(records, {0x11111111, 0x00736464, 0x22222222, 0x00100100});
+            put<8>(records, {dataCursor});
+            put<4>(records, {e.packedSize, e.unpackedSize, 0xBAADF00D});
             data += e.stored;
             dataCursor += uint64_t(e.stored.size());
         } else {
-            put32(records, 0x11111111);
-            put32(records, 0x00736464);
-            put32(records, 0x22222222);
-            records.append('\0');
-            records.append(char(uint8_t(e.chunks.size())));
-            put16(records, e.chunkRecordSize);
-            put16(records, e.height);
-            put16(records, e.width);
-            records.append(char(e.mipCount));
-            records.append(char(e.format));
+            put<4>(records, {0x11111111, 0x00736464, 0x22222222});
+            put<1>(records, {0, uint64_t(e.chunks.size())});
+            put<2>(records, {e.chunkRecordSize, e.height, e.width});
+            put<1>(records, {e.mipCount, e.format});
             put16(records, e.textureFlags);
             for (const TestChunk& c : e.chunks) {
                 QByteArray rec;
-                put64(rec, dataCursor);
-                put32(rec, c.packedSize);
-                put32(rec, c.unpackedSize);
-                put16(rec, c.firstMip);
-                put16(rec, c.lastMip);
+                put<8>(rec, {dataCursor});
+                put<4>(rec, {c.packedSize, c.unpackedSize});
+                put<2>(rec, {c.firstMip, c.lastMip});
                 put32(rec, 0xBAADF00D);
                 rec.resize(e.chunkRecordSize);
                 records += rec;
@@ -163,12 +149,10 @@ QByteArray Ba2Builder::build() const
         }
     }
     QByteArray out;
-    put32(out, 0x58445442);
-    put32(out, version);
-    put32(out, texture ? 0x30315844 : 0x4C524E47);
-    put32(out, uint32_t(entries.size()));
-    put64(out, dataCursor);
-    if (headerSize >= 32) put64(out, headerExtra);
+    put<4>(out,
+           {0x58445442, version, texture ? 0x30315844u : 0x4C524E47u, uint32_t(entries.size())});
+    put<8>(out, {dataCursor});
+    if (headerSize >= 32) put<8>(out, {headerExtra});
     if (headerSize >= 36) put32(out, compressionCode);
     out += records;
     out += data;
@@ -218,11 +202,11 @@ QByteArray BsaBuilder::build() const
     uint32_t dataAt = blocksAt + uint32_t(folderNames + folderList.size() + 16 * files)
         + uint32_t(names.size());
     for (const auto& f : folderList) {
-        put64(folderRecords, hash(f.first, true));
+        put<8>(folderRecords, {hash(f.first, true)});
         put32(folderRecords, uint32_t(f.second.size()));
         if (version == 105) put32(folderRecords, 0);
         const uint64_t at = blocksAt + uint32_t(blocks.size() + names.size());
-        version == 105 ? put64(folderRecords, at) : put32(folderRecords, uint32_t(at));
+        version == 105 ? put<8>(folderRecords, {at}) : put32(folderRecords, uint32_t(at));
         blocks += char(f.first.size() + 1) + f.first + '\0';
         for (const BsaFile& file : f.second) {
             QByteArray stored;
@@ -236,9 +220,10 @@ QByteArray BsaBuilder::build() const
             } else {
                 stored += file.data;
             }
-            put64(blocks, hash(file.name, false));
-            put32(blocks, uint32_t(stored.size()) | (file.toggle ? 0x40000000 : 0));
-            put32(blocks, dataAt + uint32_t(data.size()));
+            put<8>(blocks, {hash(file.name, false)});
+            put<4>(blocks,
+                   {uint32_t(stored.size()) | (file.toggle ? 0x40000000u : 0u),
+                    dataAt + uint32_t(data.size())});
             data += stored;
         }
     }
@@ -343,33 +328,20 @@ DdsPixelFormat ddsDx10(int dxgi)
 DdsPixelFormat ddsMasks(uint32_t flags, uint32_t bits, uint32_t r, uint32_t g, uint32_t b,
                         uint32_t a)
 {
-    DdsPixelFormat pf;
-    pf.flags = flags;
-    pf.bits = bits;
-    pf.masks[0] = r;
-    pf.masks[1] = g;
-    pf.masks[2] = b;
-    pf.masks[3] = a;
-    return pf;
+    return DdsPixelFormat {flags, 0, bits, {r, g, b, a}, -1};
 }
 
 QByteArray makeDds(const DdsPixelFormat& pf, uint32_t width, uint32_t height, uint32_t mips,
                    int dataBytes, const DdsFields& h, uint32_t seed)
 {
     QByteArray f;
-    const uint32_t fields[]
-        = {0x20534444, 124, h.flags, height, width, h.pitchOrLinearSize, 1, mips};
-    for (uint32_t v : fields)
-        put32(f, v);
+    put<4>(f, {0x20534444, 124, h.flags, height, width, h.pitchOrLinearSize, 1, mips});
     f += QByteArray(44, '\0');
-    const uint32_t pixelFormat[] = {32,          pf.flags,    pf.fourCC,   pf.bits, pf.masks[0],
-                                    pf.masks[1], pf.masks[2], pf.masks[3], h.caps,  h.caps2};
-    for (uint32_t v : pixelFormat)
-        put32(f, v);
+    put<4>(f,
+           {32, pf.flags, pf.fourCC, pf.bits, pf.masks[0], pf.masks[1], pf.masks[2], pf.masks[3],
+            h.caps, h.caps2});
     f += QByteArray(12, '\0');
-    if (pf.dxgi >= 0)
-        for (uint32_t v : {uint32_t(pf.dxgi), h.dimension, h.miscFlag, h.arraySize, 0u})
-            put32(f, v);
+    if (pf.dxgi >= 0) put<4>(f, {uint64_t(pf.dxgi), h.dimension, h.miscFlag, h.arraySize, 0u});
     return f + patternBytes(dataBytes, seed);
 }
 
