@@ -53,7 +53,7 @@ public:
                "is compressed as create would (zlib 1, LZ4 mode 1); stored blocks stay stored.\n"
                "Between versions 1, 7 and 8 only the version field changes. OUT may be ARCHIVE:\n"
                "the new archive is written beside it and renamed at the end; a failure or an\n"
-               "interruption leaves both as they were.\n"
+               "interruption leaves both as they were. BSA archives are not converted.\n"
                "\n"
                "Options:\n"
                "  -o, --output OUT           the archive to write (required)\n"
@@ -141,6 +141,13 @@ int Convert::run(const QStringList& args, int jobs) const
         return 1;
     }
     reading.finish();
+    if (reader.isBsa) {
+        printErr(kWho,
+                 QStringLiteral("%1: a BSA archive cannot be converted (convert rewrites "
+                                "BA2 archives only)")
+                     .arg(operands[0]));
+        return 1;
+    }
     const bool lz4 = (settings.version ? settings.version : int(reader.version)) == 3;
     if (lz4 ? settings.zlibLevel >= 0 : settings.lz4Mode >= 0)
         return usageError(kWho,
