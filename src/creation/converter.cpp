@@ -21,6 +21,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <zlib.h>
 
 namespace {
 
@@ -175,6 +176,129 @@ private:
     Transcoding t;
     Buffer in, raw, out;
 };
+
+// A stored or zlib block above this size is never held whole when it is re-encoded into
+// a stored or zlib block: it is read, inflated, deflated and written window by window on the
+// calling thread, by zlib's own deflate whatever the engine (as creation makes the stream of
+// a source this large).
+constexpr uint64_t kStreamAbove = 64u << 20;
+constexpr uint32_t kStreamWindow = 4u << 20;
+
+bool streams(const Block& b, const Transcoding& t)
+{
+    return b.unpackedSize > kStreamAbove && (b.packedSize == 0 || !t.lz4In)
+        && (t.codec == BlockCodec::Store || t.codec == BlockCodec::Zlib);
+}
+
+// Re-encodes a block that streams() takes, writing it at cursor of out. A zlib input that
+// yields more or less than its record says, or ends before its stream does, fails as the
+// extractor would; nothing is kept of it.
+Recoded streamRecode(int in, const Block& b, const Transcoding& t, int out, uint64_t cursor)
+{
+    Recoded r;
+    const auto fail = [&r](SaveStatus status, bool reading) {
+        r.status = status;
+        r.reading = reading;
+        return r;
+    };
+    Buffer packed, plain, deflated;
+    if (!packed.reserve(kStreamWindow) || !plain.reserve(kStreamWindow)
+        || !deflated.reserve(kStreamWindow))
+        return fail(SaveStatus::OutOfMemory, false);
+    z_stream inflater {}, deflater {};
+    const bool inflating = b.packedSize != 0, deflating = t.codec == BlockCodec::Zlib;
+    if (inflating && inflateInit(&inflater) != Z_OK) return fail(SaveStatus::ZlibError, true);
+    if (deflating && deflateInit(&deflater, t.zlibLevel) != Z_OK) {
+        if (inflating) inflateEnd(&inflater);
+        return fail(SaveStatus::ZlibError, false);
+    }
+    struct End
+    {
+        z_stream *in, *out;
+        ~End()
+        {
+            if (in) inflateEnd(in);
+            if (out) deflateEnd(out);
+        }
+    } end {inflating ? &inflater : nullptr, deflating ? &deflater : nullptr};
+
+    uint64_t read = 0, produced = 0, written = 0;
+    bool ended = !inflating;
+    while (produced < b.unpackedSize) {
+        // The next window of the block's own bytes.
+        uint32_t have = 0;
+        if (!inflating) {
+            have = uint32_t(std::min<uint64_t>(kStreamWindow, b.unpackedSize - produced));
+            if (!readAt(in, plain.data(), have, b.offset + produced))
+                return fail(SaveStatus::FileReadError, true);
+        } else {
+            inflater.next_out = reinterpret_cast<Bytef*>(plain.data());
+            inflater.avail_out = kStreamWindow;
+            while (inflater.avail_out > 0 && !ended) {
+                if (inflater.avail_in == 0) {
+                    const uint32_t n
+                        = uint32_t(std::min<uint64_t>(kStreamWindow, b.packedSize - read));
+                    if (n == 0) return fail(SaveStatus::ZlibError, true); // cut short
+                    if (!readAt(in, packed.data(), n, b.offset + read))
+                        return fail(SaveStatus::FileReadError, true);
+                    read += n;
+                    inflater.next_in = reinterpret_cast<Bytef*>(packed.data());
+                    inflater.avail_in = n;
+                }
+                const int z = inflate(&inflater, Z_NO_FLUSH);
+                if (z == Z_STREAM_END)
+                    ended = true;
+                else if (z != Z_OK)
+                    return fail(SaveStatus::ZlibError, true);
+            }
+            have = kStreamWindow - inflater.avail_out;
+            if (have > b.unpackedSize - produced || (have == 0 && ended))
+                return fail(SaveStatus::ZlibError, true);
+        }
+        produced += have;
+        if (!deflating) {
+            if (!writeAt(out, plain.data(), have, cursor + written))
+                return fail(SaveStatus::FileWriteError, false);
+            written += have;
+            continue;
+        }
+        deflater.next_in = reinterpret_cast<Bytef*>(plain.data());
+        deflater.avail_in = have;
+        const int flush = produced == b.unpackedSize ? Z_FINISH : Z_NO_FLUSH;
+        int z;
+        do {
+            deflater.next_out = reinterpret_cast<Bytef*>(deflated.data());
+            deflater.avail_out = kStreamWindow;
+            z = deflate(&deflater, flush);
+            if (z == Z_STREAM_ERROR) return fail(SaveStatus::ZlibError, false);
+            const uint32_t n = kStreamWindow - deflater.avail_out;
+            if (written + n > UINT32_MAX) return fail(SaveStatus::TooLarge, false);
+            if (!writeAt(out, deflated.data(), n, cursor + written))
+                return fail(SaveStatus::FileWriteError, false);
+            written += n;
+        } while (deflater.avail_out == 0);
+        if (flush == Z_FINISH && z != Z_STREAM_END) return fail(SaveStatus::ZlibError, false);
+    }
+    // The stream must end exactly where the record says the bytes do.
+    if (inflating && !ended) {
+        char extra;
+        inflater.next_out = reinterpret_cast<Bytef*>(&extra);
+        inflater.avail_out = 1;
+        if (inflater.avail_in == 0 && read < b.packedSize) {
+            const uint32_t n = uint32_t(std::min<uint64_t>(kStreamWindow, b.packedSize - read));
+            if (!readAt(in, packed.data(), n, b.offset + read))
+                return fail(SaveStatus::FileReadError, true);
+            read += n;
+            inflater.next_in = reinterpret_cast<Bytef*>(packed.data());
+            inflater.avail_in = n;
+        }
+        if (inflate(&inflater, Z_NO_FLUSH) != Z_STREAM_END || inflater.avail_out == 0)
+            return fail(SaveStatus::ZlibError, true);
+    }
+    r.length = uint32_t(written);
+    r.packedSize = deflating ? uint32_t(written) : 0;
+    return r;
+}
 
 // Transcodes the blocks listed in work strictly in order for the caller. With workers, they run
 // a bounded window ahead; the result is the same as with none.
@@ -361,7 +485,7 @@ ConvertResult convertArchive(const ArchiveReader& reader, const QString& targetP
             Block b {offset, packed, unpacked, i, uint32_t(at), false};
             b.transcode = packed ? !keepBlocks || lz4In != lz4Out : level > 0;
             if (b.offset > inSize || b.stored() > inSize - b.offset) return false;
-            if (b.transcode) work.push_back(blocks.size());
+            if (b.transcode && !streams(b, t)) work.push_back(blocks.size());
             blocks.push_back(b);
             return true;
         };
@@ -455,7 +579,15 @@ ConvertResult convertArchive(const ArchiveReader& reader, const QString& targetP
                                 status == SaveStatus::FileReadError ? reader.nameOf(runFile)
                                                                     : out.name());
             }
-            if (b.transcode) {
+            if (b.transcode && streams(b, t)) {
+                const Recoded r = streamRecode(in, b, t, out.fd, cursor);
+                if (r.status != SaveStatus::Complete)
+                    return fail(r.status, r.reading,
+                                r.status == SaveStatus::FileWriteError ? out.name()
+                                                                       : reader.nameOf(b.file));
+                packed = r.packedSize;
+                length = r.length;
+            } else if (b.transcode) {
                 const Recoded& r = recoded.get(nextWork);
                 if (r.status != SaveStatus::Complete)
                     return fail(r.status, r.reading, reader.nameOf(b.file));
