@@ -32,7 +32,7 @@ public:
 
     QString answer(const QString& what, const QString& dir, const QString& extra)
     {
-        asked << what + QLatin1Char('|') + dir + QLatin1Char('|') + extra;
+        asked << what + '|' + dir + '|' + extra;
         return answers.isEmpty() ? QString() : answers.takeFirst();
     }
     QString getExistingDirectory(QWidget*, const QString& c, const QString& d,
@@ -48,24 +48,17 @@ public:
     {
         return answer("save " + c, d, f);
     }
-    void showMessage(QMessageBox::Icon icon, const QString& text,
-                     const QString& informative) override
+    void showMessage(QMessageBox::Icon icon, const QString& text, const QString& info) override
     {
-        const char* kind = icon == QMessageBox::Information ? "info|"
-            : icon == QMessageBox::Warning                  ? "warn|"
-                                                            : "other|";
-        boxes << kind + text + QLatin1Char('|') + informative;
+        boxes << QStringList {"other", "info", "warn"}.value(icon, "other") + '|' + text + '|'
+                + info;
     }
-    void about(QWidget*, const QString& title, const QString& text) override
+    void about(QWidget*, const QString& t, const QString& text) override
     {
-        boxes << "about|" + title + '|' + text;
+        boxes << "about|" + t + '|' + text;
     }
     void aboutQt(QWidget*, const QString& title) override { boxes << "aboutQt|" + title; }
-    bool openUrl(const QUrl& url) override
-    {
-        urls << url;
-        return true;
-    }
+    bool openUrl(const QUrl& url) override { return urls << url, true; }
 };
 
 // A window as the entry point leaves it before the event loop; args follow the program name,
@@ -96,18 +89,16 @@ const QString kReadError = QStringLiteral("info|Read Files.|BA2 File Error");
 const QString kVer3Warning
     = QStringLiteral("* Warning * Only texture files can be archived to Ver.3 BA2.");
 
-QByteArray readIni()
+// Zarnel.ini in the working folder.
+struct Ini
 {
-    return testutil::readFile(QStringLiteral("Zarnel.ini"));
-}
-bool writeIni(const QByteArray& content)
-{
-    return testutil::writeFile(QStringLiteral("Zarnel.ini"), content);
-}
-QVariant setting(const char* key)
-{
-    return QSettings(QStringLiteral("Zarnel.ini"), QSettings::IniFormat).value(QLatin1String(key));
-}
+    static QByteArray read() { return testutil::readFile(QStringLiteral("Zarnel.ini")); }
+    static bool write(const QByteArray& bytes) { return testutil::writeFile("Zarnel.ini", bytes); }
+    static QString value(const char* key)
+    {
+        return QSettings("Zarnel.ini", QSettings::IniFormat).value(key).toString();
+    }
+};
 
 void drop(MainWindow& window, const QStringList& paths)
 {
@@ -130,12 +121,11 @@ void choose(QComboBox* combo, int index)
     emit combo->activated(index);
 }
 
-QStringList listTexts(const MainWindow& window)
+QStringList listTexts(const MainWindow& w)
 {
     QStringList texts;
-    const QListWidget* list = window.ui->listWidget_Files;
-    for (int i = 0; i < list->count(); ++i)
-        texts << list->item(i)->text();
+    for (int i = 0; i < w.ui->listWidget_Files->count(); ++i)
+        texts << w.ui->listWidget_Files->item(i)->text();
     return texts;
 }
 
@@ -234,12 +224,10 @@ QStringList numbered(const QStringList& names)
 QString controls(const MainWindow& w)
 {
     const Ui::MainWindow& ui = *w.ui;
-    QString s;
-    s += ui.pushButton_ExtractAll->isEnabled() ? 'E' : '-';
-    s += ui.pushButton_Archive->isEnabled() ? 'A' : '-';
-    s += ui.pushButton_ClearList->isEnabled() ? 'C' : '-';
-    s += ui.listWidget_Files->isEnabled() && ui.listWidget_Files->isVisible() ? 'L' : '-';
-    return s;
+    return QString(ui.pushButton_ExtractAll->isEnabled() ? "E" : "-")
+        + (ui.pushButton_Archive->isEnabled() ? 'A' : '-')
+        + (ui.pushButton_ClearList->isEnabled() ? 'C' : '-')
+        + (ui.listWidget_Files->isEnabled() && ui.listWidget_Files->isVisible() ? 'L' : '-');
 }
 
 QStringList infoLines(const MainWindow& w)
@@ -248,21 +236,12 @@ QStringList infoLines(const MainWindow& w)
             w.ui->label_Ba2Info3->text()};
 }
 
-const QStringList kKeys = {"Format",
-                           "Version",
-                           "zlibCompressionLevel",
-                           "LZ4CompressionLevel",
-                           "CreateAssistance",
-                           "SaveStringTable",
-                           "MaxChunkCount",
-                           "SingleMipChunkAreaWidth",
-                           "SingleMipChunkAreaHeight",
-                           "ListView",
-                           "Theme",
-                           "ExtractAllDir",
-                           "OpenArchiveDir",
-                           "CreateArchiveDir",
-                           "DropFileDir"};
+const QStringList kKeys = QStringLiteral("Format Version zlibCompressionLevel LZ4CompressionLevel "
+                                         "CreateAssistance SaveStringTable "
+                                         "MaxChunkCount SingleMipChunkAreaWidth "
+                                         "SingleMipChunkAreaHeight ListView Theme ExtractAllDir "
+                                         "OpenArchiveDir CreateArchiveDir DropFileDir")
+                              .split(' ');
 
 // The first keys of Zarnel.ini ("missing" where missing), and the members they are read into.
 QStringList stored(int count = 15)
@@ -307,11 +286,11 @@ QStringList shown(const MainWindow& w)
 // Brightest grey level among a widget's pixels: white text reaches the top, gray text does not.
 int brightest(QWidget* w)
 {
-    const QImage image = w->grab().toImage();
+    const QImage image = w->grab().toImage().convertToFormat(QImage::Format_Grayscale8);
     int best = 0;
     for (int y = 0; y < image.height(); ++y)
-        for (int x = 0; x < image.width(); ++x)
-            best = qMax(best, qGray(image.pixel(x, y)));
+        best = qMax(best,
+                    int(*std::max_element(image.scanLine(y), image.scanLine(y) + image.width())));
     return best;
 }
 
@@ -521,10 +500,10 @@ void TestWinOps::load()
     if (c.route == "open") {
         QCOMPARE(dialogs->asked,
                  QStringList {"open Open Archive||BA2 Archive (*.ba2);;BSA Archive (*.bsa)"});
-        QCOMPARE(setting("OpenArchiveDir").toString(), path("Arc/"));
+        QCOMPARE(Ini::value("OpenArchiveDir"), path("Arc/"));
     } else if (c.route == "select") {
         QCOMPARE(dialogs->asked, QStringList {"dir Pick a folder to Archive||3"});
-        QCOMPARE(setting("DropFileDir").toString(), work->path());
+        QCOMPARE(Ini::value("DropFileDir"), work->path());
     }
 }
 
@@ -588,7 +567,7 @@ void TestWinOps::create()
     QCOMPARE(w->statusBar()->currentMessage(), c.status);
     QCOMPARE(controls(*w), QStringLiteral("-ACL"));
     QCOMPARE(w->ui->lineEdit_SrcFile->text(), folder);
-    QCOMPARE(setting("CreateArchiveDir").toString(), out + '/');
+    QCOMPARE(Ini::value("CreateArchiveDir"), out + '/');
     QCOMPARE(QDir(out).entryList(QDir::Files),
              c.settings.isEmpty() ? QStringList() : QStringList {"new.ba2"});
     if (c.settings.isEmpty()) return;
@@ -680,7 +659,7 @@ void TestWinOps::extract()
     QCOMPARE(w->statusBar()->currentMessage(), ' ' + label + (complete ? " Complete!" : " Error!"));
     QCOMPARE(readTree(out), output);
     QCOMPARE(controls(*w), QStringLiteral("E-CL"));
-    QCOMPARE(setting("ExtractAllDir").toString(), out + '/');
+    QCOMPARE(Ini::value("ExtractAllDir"), out + '/');
     // Extraction ends with the drag-and-drop hint in the source line; the archive stays open.
     QCOMPARE(w->ui->lineEdit_SrcFile->text(), kHint);
 }
@@ -847,7 +826,7 @@ void TestWinOps::gathering()
     QCOMPARE(infoLines(*w), (QStringList {"", "", ""}));
     QVERIFY(w->readerActive);
     // With no answer queued these dialogs change nothing either.
-    const QByteArray ini = readIni();
+    const QByteArray ini = Ini::read();
     w->ui->pushButton_Archive->click();
     w->ui->action_Open_Archive->trigger();
     w->ui->action_Create_Archive_from_Folder->trigger();
@@ -856,7 +835,7 @@ void TestWinOps::gathering()
                            "open Open Archive|" + work->path()
                                + "/|BA2 Archive (*.ba2);;BSA Archive (*.bsa)",
                            "dir Pick a folder to Archive||3"}));
-    QCOMPARE(readIni(), ini);
+    QCOMPARE(Ini::read(), ini);
     QCOMPARE(listTexts(*w), numbered(kGeneralOrder));
     QCOMPARE(controls(*w), QStringLiteral("-ACL"));
 
@@ -899,100 +878,30 @@ void TestWinOps::gathering()
 void TestWinOps::settings_data()
 {
     QTest::addColumn<SettingsCase>("c");
-    const QByteArray valid
-        = "Format=1\nVersion=3\nzlibCompressionLevel=9\nLZ4CompressionLevel=2\n"
-          "CreateAssistance=1\nSaveStringTable=1\nMaxChunkCount=4\n"
-          "SingleMipChunkAreaWidth=512\nSingleMipChunkAreaHeight=512\nListView=2\nTheme=0\n"
-          "ExtractAllDir=/x/\nOpenArchiveDir=\"/srv/\\x65e5\\x672c/ \\xfc, ;/\"\n";
-    const QStringList validMembers
-        = QStringLiteral("1|3|9|2|1|1|4|512|512|2|0|/x/|/srv/日本/ ü, ;/||").split('|');
-    // At start-up: the valid file with one entry replaced, and the members with one value replaced.
-    auto startup = [&](const char* name, const QByteArray& from, const QByteArray& to, int key,
-                       const char* value, bool rewritten) {
-        QStringList expected = validMembers;
-        expected[key] = value;
-        QTest::newRow(name) << SettingsCase {
-            QByteArray(valid).replace(from, to), {}, 0, expected, rewritten};
+    QFile table(QFINDTESTDATA("data/window_settings.txt"));
+    QVERIFY(table.open(QIODevice::ReadOnly | QIODevice::Text));
+    QMap<QString, QByteArray> bases;
+    auto unescape = [](QString text) {
+        return text.replace("\\n", "\n").toUtf8();
     };
-    const auto list = [](const char* members) {
-        return QString::fromLatin1(members).split(',');
-    };
-    QTest::newRow("no file") << SettingsCase {
-        {}, {}, 0, list("0,1,1,1,1,1,4,512,512,1,1,,,,"), true};
-    QTest::newRow("only Theme=1") << SettingsCase {
-        "Theme=1\n", {}, 0, list("0,0,0,0,0,0,4,512,512,0,1,,,,"), true};
-    startup("all valid", "Theme=0", "Theme=0", 10, "0", false);
-    startup("zlib key capitalised, 12", "zlibCompressionLevel=9", "ZlibCompressionLevel=12", 2, "1",
-            true);
-    startup("zlib key upper case", "zlibCompressionLevel=9", "ZLIBCOMPRESSIONLEVEL=0", 2, "0",
-            false);
-    startup("zlib -1", "zlibCompressionLevel=9", "zlibCompressionLevel=-1", 2, "1", true);
-    startup("lz4 3", "LZ4CompressionLevel=2", "LZ4CompressionLevel=3", 3, "1", true);
-    startup("assist 5", "CreateAssistance=1", "CreateAssistance=5", 4, "0", true);
-    startup("assist 0", "CreateAssistance=1", "CreateAssistance=0", 4, "0", false);
-    startup("string table 0", "SaveStringTable=1", "SaveStringTable=0", 5, "0", true);
-    startup("string table 7", "SaveStringTable=1", "SaveStringTable=7", 5, "0", true);
-    startup("chunk count 8", "MaxChunkCount=4", "MaxChunkCount=8", 6, "4", true);
-    startup("chunk width 256", "Width=512", "Width=256", 7, "512", true);
-    startup("chunk height missing", "SingleMipChunkAreaHeight=512\n", "", 8, "512", true);
-    startup("list view -1", "ListView=2", "ListView=-1", 9, "1", true);
-    startup("list view 0", "ListView=2", "ListView=0", 9, "0", false);
-    startup("theme -1", "Theme=0", "Theme=-1", 10, "1", true);
-    startup("theme 2", "Theme=0", "Theme=2", 10, "1", true);
-    startup("version 7 kept", "Version=3", "Version=7", 1, "7", false);
-    startup("format 5 kept", "Format=1", "Format=5", 0, "5", false);
-    startup("format not a number", "Format=1", "Format=abc", 0, "0", false);
-
-    // A choice made in the window, from a valid file with the given format and version.
-    auto choice = [](const char* name, int format, int version, const char* control, int index,
-                     int key, int value, bool written, bool warned = false) {
-        QStringList expected
-            = QStringLiteral("%1,%2,1,1,1,1,4,512,512,1,1,,,,").arg(format).arg(version).split(',');
-        expected[key] = QString::number(value);
-        if (QByteArray(control) == "comboBox_Format")
-            expected[0] = QString::number(index); // stored as chosen
-        const QByteArray file
-            = QStringLiteral(
-                  "Format=%1\nVersion=%2\nzlibCompressionLevel=1\nLZ4CompressionLevel=1\n"
-                  "CreateAssistance=1\nSaveStringTable=1\nMaxChunkCount=4\n"
-                  "SingleMipChunkAreaWidth=512\nSingleMipChunkAreaHeight=512\n"
-                  "ListView=1\nTheme=1\n")
-                  .arg(format)
-                  .arg(version)
-                  .toLatin1();
-        QTest::newRow(name) << SettingsCase {file, control, index, expected, written, warned};
-    };
-    choice("format same", 0, 1, "comboBox_Format", 0, 0, 0, false);
-    choice("format texture", 0, 1, "comboBox_Format", 1, 0, 1, true);
-    choice("general chosen under v3", 1, 3, "comboBox_Format", 0, 1, 2, true, true);
-    choice("general again under v3", 0, 3, "comboBox_Format", 0, 1, 2, true, true);
-    choice("texture chosen under v3", 0, 3, "comboBox_Format", 1, 1, 3, true);
-    choice("general chosen under v2", 1, 2, "comboBox_Format", 0, 0, 0, true);
-    choice("version same", 0, 1, "comboBox_Ver", 0, 1, 1, false);
-    choice("version 2", 0, 1, "comboBox_Ver", 1, 1, 2, true);
-    choice("v3 for general, from v1", 0, 1, "comboBox_Ver", 2, 1, 2, true, true);
-    choice("v3 for general, from v2", 0, 2, "comboBox_Ver", 2, 1, 2, false, true);
-    choice("v3 for textures", 1, 1, "comboBox_Ver", 2, 1, 3, true);
-    choice("zlib same", 0, 1, "comboBox_zlibComp", 0, 2, 1, false);
-    choice("zlib 6", 0, 1, "comboBox_zlibComp", 5, 2, 6, true);
-    choice("zlib none", 0, 1, "comboBox_zlibComp", 9, 2, 0, true);
-    choice("lz4 same", 0, 1, "comboBox_LZ4Comp", 0, 3, 1, false);
-    choice("lz4 1GB", 0, 1, "comboBox_LZ4Comp", 1, 3, 2, true);
-    choice("lz4 none", 0, 1, "comboBox_LZ4Comp", 2, 3, 0, true);
-    choice("assist off", 0, 1, "checkBox_assist", 0, 4, 0, true);
-    choice("list full again", 0, 1, "action_Full", 0, 9, 1, true);
-    choice("list 1000", 0, 1, "action_1000_Items", 0, 9, 2, true);
-    choice("list not shown", 0, 1, "action_NotShown", 0, 9, 0, true);
-    choice("theme default", 0, 1, "action_Theme_Windows_default", 0, 10, 0, true);
-    choice("theme starfield again", 0, 1, "action_Theme_Starfield", 0, 10, 1, true);
-    choice("theme fallout", 0, 1, "action_Theme_Fallout", 0, 10, 2, true);
-    choice("list item click", 0, 1, "listWidget_Files", 0, 9, 1, false);
+    for (const QString& line : QString::fromUtf8(table.readAll()).split('\n', Qt::SkipEmptyParts)) {
+        const QStringList f = line.split('\t');
+        if (line.startsWith('=')) bases[f[0].mid(1)] = unescape(f[1]);
+        if (line.startsWith('=') || line.startsWith('#')) continue;
+        QVERIFY2(f.size() == 7, qPrintable(line));
+        const QStringList edits = f[1].split(';');
+        QByteArray file = f[1] == "-" ? QByteArray() : bases.value(edits[0], unescape(edits[0]));
+        for (const QString& edit : edits.mid(1))
+            file.replace(unescape(edit.section('>', 0, 0)), unescape(edit.section('>', 1)));
+        QTest::newRow(qPrintable(f[0]))
+            << SettingsCase {file, f[2], f[3].toInt(), f[4].split('|'), f[5] == "1", f[6] == "1"};
+    }
 }
 
 void TestWinOps::settings()
 {
     QFETCH(SettingsCase, c);
-    if (!c.file.isNull()) QVERIFY(writeIni(kProbe + "[General]\n" + c.file));
+    if (!c.file.isNull()) QVERIFY(Ini::write(kProbe + "[General]\n" + c.file));
     // One window serves every row: each row's file is read as a start reads it.
     if (!settingsWindow) settingsWindow = startWindow();
     MainWindow* const window = settingsWindow.get();
@@ -1018,7 +927,7 @@ void TestWinOps::settings()
         emit ui.listWidget_Files->itemClicked(ui.listWidget_Files->item(0));
     }
     QCOMPARE(members(*window), c.expected);
-    QCOMPARE(!readIni().contains(kProbe), c.written);
+    QCOMPARE(!Ini::read().contains(kProbe), c.written);
     QCOMPARE(window->statusBar()->currentMessage(), c.warned ? kVer3Warning : QString());
     QVERIFY(dialogs->boxes.isEmpty() && dialogs->asked.isEmpty());
     // Versions 1 to 4 show their item; others show none.
@@ -1029,7 +938,7 @@ void TestWinOps::settings()
     if (c.written) {
         // A rewrite stores the fifteen keys under [General], each in one spelling, and escapes
         // everything outside ASCII.
-        const QByteArray ini = readIni();
+        const QByteArray ini = Ini::read();
         QVERIFY(ini.startsWith("[General]"));
         for (char ch : ini)
             QVERIFY(uchar(ch) < 0x80);
@@ -1058,7 +967,7 @@ void TestWinOps::themes_data()
 void TestWinOps::themes()
 {
     QFETCH(bool, starfield);
-    if (!starfield) QVERIFY(writeIni("[General]\nTheme=0\n"));
+    if (!starfield) QVERIFY(Ini::write("[General]\nTheme=0\n"));
     auto window = startWindow();
     const Ui::MainWindow& ui = *window->ui;
     // Theme 1 shows the window itself; theme 0 leaves that to the entry point.
