@@ -601,29 +601,24 @@ void TestWinOps::extract_data()
     testutil::TestEntry& bad = b.addGeneral("bad.txt", testutil::patternBytes(4000, 3), Pack::Zlib);
     bad.stored[bad.stored.size() / 2] = char(bad.stored[bad.stored.size() / 2] ^ 0x55);
     bad.stored[2] = char(0xFF);
-    const QList<int> all;
-    QTest::newRow("extract") << "plain" << generalArchive() << all << "info|Extract All|Complete."
-                             << extracted;
+    auto row = [](const char* name, const char* run, const QByteArray& archive,
+                  const QList<int>& rows, const QString& box, const Tree& output) {
+        QTest::newRow(name) << QString(run) << archive << rows << box << output;
+    };
+    const QByteArray general = generalArchive(), corrupt = b.build();
+    const QString done = "info|Extract All|Complete.", zlib = " Decompress(zlib) Error.";
+    row("extract", "plain", general, {}, done, extracted);
     // A chosen folder that already ends in '/' gets no second one.
-    QTest::newRow("folder with slash")
-        << "slash" << generalArchive() << all << "info|Extract All|Complete." << extracted;
-    QTest::newRow("cancelled") << "cancel" << generalArchive() << all << "info|Extract All|Aborted."
-                               << Tree();
-    QTest::newRow("corrupt zlib block")
-        << "plain" << b.build() << all
-        << "warn|Extract All|Extract All Error.\n Decompress(zlib) Error."
-        << Tree {{"good.txt", "fine"}, {"bad.txt", ""}}; // as far as written
+    row("folder with slash", "slash", general, {}, done, extracted);
+    row("cancelled", "cancel", general, {}, "info|Extract All|Aborted.", {});
+    row("corrupt zlib block", "plain", corrupt, {}, "warn|Extract All|Extract All Error.\n" + zlib,
+        {{"good.txt", "fine"}, {"bad.txt", ""}}); // as far as written
     // Records in archive order: data/sub/file.txt, data/a.txt, data/a/x.txt, data/a_b.txt, ...
-    QTest::newRow("selected") << "plain" << generalArchive() << QList<int> {4, 1}
-                              << "info|Extract Selected|Complete."
-                              << Tree {{"data/a.txt", extracted["data/a.txt"]},
-                                       {"data/ab.txt", extracted["data/ab.txt"]}};
-    QTest::newRow("selected, cancelled") << "cancel" << generalArchive() << QList<int> {0, 5}
-                                         << "info|Extract Selected|Aborted." << Tree();
-    QTest::newRow("selected corrupt block")
-        << "plain" << b.build() << QList<int> {1}
-        << "warn|Extract Selected|Extract All Error.\n Decompress(zlib) Error."
-        << Tree {{"bad.txt", ""}};
+    row("selected", "plain", general, {4, 1}, "info|Extract Selected|Complete.",
+        {{"data/a.txt", extracted["data/a.txt"]}, {"data/ab.txt", extracted["data/ab.txt"]}});
+    row("selected, cancelled", "cancel", general, {0, 5}, "info|Extract Selected|Aborted.", {});
+    row("selected corrupt block", "plain", corrupt, {1},
+        "warn|Extract Selected|Extract All Error.\n" + zlib, {{"bad.txt", ""}});
 }
 
 void TestWinOps::extract()
@@ -676,21 +671,20 @@ void TestWinOps::listViews_data()
         = "<<< All data is loaded, although the list is not displayed to speed things up.>>>";
     const QString sourcesMarker
         = "<<< All data is loaded, although the list is not displayed to Improve performance.>>>";
-    QTest::newRow("archive 1001, max 1000") << true << 1001 << "action_1000_Items" << 1001 << cut;
-    QTest::newRow("archive 1000, max 1000")
-        << true << 1000 << "action_1000_Items" << 1000 << "1,000: f0999.txt";
-    QTest::newRow("archive 1234, full")
-        << true << 1234 << "action_Full" << 1234 << "1,234: f1233.txt";
-    QTest::newRow("archive, not shown") << true << 5 << "action_NotShown" << 1 << archiveMarker;
-    QTest::newRow("folder 1001, max 1000") << false << 1001 << "action_1000_Items" << 1001 << cut;
-    QTest::newRow("folder 1000, max 1000")
-        << false << 1000 << "action_1000_Items" << 1000 << "1,000: big/f0999.txt";
-    QTest::newRow("folder 1001, full")
-        << false << 1001 << "action_Full" << 1001 << "1,001: big/f1000.txt";
-    QTest::newRow("folder, not shown") << false << 3 << "action_NotShown" << 1 << sourcesMarker;
-    QTest::newRow("empty folder, full") << false << 0 << "action_Full" << 0 << "";
-    QTest::newRow("empty folder, not shown")
-        << false << 0 << "action_NotShown" << 1 << sourcesMarker;
+    auto row = [](const char* name, bool archive, int count, const char* view, int items,
+                  const QString& last) {
+        QTest::newRow(name) << archive << count << QString(view) << items << last;
+    };
+    row("archive 1001, max 1000", true, 1001, "action_1000_Items", 1001, cut);
+    row("archive 1000, max 1000", true, 1000, "action_1000_Items", 1000, "1,000: f0999.txt");
+    row("archive 1234, full", true, 1234, "action_Full", 1234, "1,234: f1233.txt");
+    row("archive, not shown", true, 5, "action_NotShown", 1, archiveMarker);
+    row("folder 1001, max 1000", false, 1001, "action_1000_Items", 1001, cut);
+    row("folder 1000, max 1000", false, 1000, "action_1000_Items", 1000, "1,000: big/f0999.txt");
+    row("folder 1001, full", false, 1001, "action_Full", 1001, "1,001: big/f1000.txt");
+    row("folder, not shown", false, 3, "action_NotShown", 1, sourcesMarker);
+    row("empty folder, full", false, 0, "action_Full", 0, "");
+    row("empty folder, not shown", false, 0, "action_NotShown", 1, sourcesMarker);
 }
 
 void TestWinOps::listViews()
@@ -741,46 +735,48 @@ void TestWinOps::listViews()
 void TestWinOps::assistance_data()
 {
     // The rules themselves are tabled with the core; these rows prove the window applies them.
-    QTest::addColumn<QStringList>("files");
-    QTest::addColumn<bool>("assist");
-    QTest::addColumn<bool>("version3"); // texture format and version 3 chosen before loading
+    QTest::addColumn<QString>("files");
+    QTest::addColumn<QString>("mode"); // assistance on or off; v3: texture format and version 3
     QTest::addColumn<QString>("message");
-    QTest::addColumn<QString>(
-        "settings"); // Format, Version, zlib, LZ4 afterwards, and "v3" if selectable
+    QTest::addColumn<QString>("settings"); // Format, Version, zlib, LZ4, and "v3" if selectable
     const QString notDds
         = "* Assistance * some files are not DDS, they cannot be archived in texture format.";
-    QTest::newRow("all textures") << QStringList {"a.dds", "b.DDS"} << true << false << kAllDds
-                                  << "1,3,1,1,v3";
-    QTest::newRow("sound kinds") << QStringList {"a.fuz", "b.wav", "c.xwm", "d.wem"} << true
-                                 << false
-                                 << "4 files * assistance * 'No compression' selected, because "
-                                    "some files do not work when compressed.("
-                                    ".wem.fuz.xwm.wav.swf)"
-                                 << "0,2,0,1";
-    QTest::newRow("off: textures and other")
-        << QStringList {"a.dds", "b.txt"} << false << false << "2 files " + notDds << "0,1,1,1";
-    QTest::newRow("off: all textures") << QStringList {"a.dds"} << false << false << "1 file "
+    const QString sound = "4 files * assistance * 'No compression' selected, because some files "
+                          "do not work when compressed.(.wem.fuz.xwm.wav.swf)";
+    QTest::newRow("all textures") << "a.dds b.DDS"
+                                  << "on" << kAllDds << "1,3,1,1,v3";
+    QTest::newRow("sound kinds") << "a.fuz b.wav c.xwm d.wem"
+                                 << "on" << sound << "0,2,0,1";
+    QTest::newRow("off: textures and other") << "a.dds b.txt"
+                                             << "off"
+                                             << "2 files " + notDds << "0,1,1,1";
+    QTest::newRow("off: all textures") << "a.dds"
+                                       << "off"
+                                       << "1 file "
                                        << "0,1,1,1,v3";
     // Version 3 holds textures only, with or without assistance.
-    QTest::newRow("off: version 3, general") << QStringList {"a.nif"} << false << true << "1 file "
+    QTest::newRow("off: version 3, general") << "a.nif"
+                                             << "off v3"
+                                             << "1 file "
                                              << "1,2,1,1";
-    QTest::newRow("off: version 3, textures") << QStringList {"a.dds"} << false << true << "1 file "
+    QTest::newRow("off: version 3, textures") << "a.dds"
+                                              << "off v3"
+                                              << "1 file "
                                               << "1,3,1,1,v3";
 }
 
 void TestWinOps::assistance()
 {
-    QFETCH(QStringList, files);
-    QFETCH(bool, assist);
-    QFETCH(bool, version3);
+    QFETCH(QString, files);
+    QFETCH(QString, mode);
     QFETCH(QString, message);
     QFETCH(QString, settings);
-    for (const QString& f : files)
+    for (const QString& f : files.split(' '))
         QVERIFY(testutil::writeFile(path("Mix/" + f), "data"));
     auto w = startWindow();
     const Ui::MainWindow& ui = *w->ui;
-    if (!assist) ui.checkBox_assist->click();
-    if (version3) {
+    if (mode.startsWith("off")) ui.checkBox_assist->click();
+    if (mode.endsWith("v3")) {
         choose(ui.comboBox_Format, 1);
         choose(ui.comboBox_Ver, 2);
     }
@@ -980,14 +976,12 @@ void TestWinOps::themes()
     // Each stripe draws a 10-pixel line through its middle; line_1 lies on top of line_2. The
     // lowest band begins at 446, just above where a tall status bar may cut the central area.
     const QImage image = ui.centralwidget->grab().toImage();
-    const QVector<QPair<QPoint, QString>> colours
-        = {{{100, 420}, "#d5aa60"},
-           {{100, 430}, "#e16136"},
-           {{100, 440}, "#c72238"},
-           {{100, 447}, "#2f4c79"},
-           {{300, 245}, "#4a668c"}}; // the last: window background
-    for (const auto& c : colours)
-        QCOMPARE(image.pixelColor(c.first).name() == c.second, starfield);
+    const QStringList colours = {"100,420,#d5aa60", "100,430,#e16136", "100,440,#c72238",
+                                 "100,447,#2f4c79", "300,245,#4a668c"}; // the last: background
+    for (const QString& c : colours)
+        QCOMPARE(image.pixelColor(c.section(',', 0, 0).toInt(), c.section(',', 1, 1).toInt()).name()
+                     == c.section(',', 2),
+                 starfield);
     QCOMPARE(ui.listWidget_Files->grab().toImage().pixelColor(400, 100).name() == "#253747",
              starfield);
     if (!starfield) {
