@@ -306,7 +306,10 @@ struct LoadCase
     QString boxes;      // joined by ';'
     QString status;
     int sources;
-    QString suffix = "BA2"; // of Arc/Mixed
+    QString suffix; // of Arc/Mixed
+    QString mix;    // names of the files in the folder Mix
+    QString mode;   // assistance off, version 3 chosen
+    QString settings;
 };
 Q_DECLARE_METATYPE(LoadCase)
 
@@ -357,8 +360,6 @@ private slots:
     void extract();
     void listViews_data();
     void listViews();
-    void assistance_data();
-    void assistance();
     void gathering();
     void settings_data();
     void settings();
@@ -373,95 +374,68 @@ void TestWinOps::load_data()
     QTest::addColumn<LoadCase>("c");
     const QByteArray big = testutil::patternBytes(50000, 11),
                      small = testutil::patternBytes(900, 12);
-    testutil::Ba2Builder v1, v2, v3, v3code0, v3code2, chunks, general;
+    testutil::Ba2Builder v1, v2, v3, v3zlib, v3code2, chunks, general;
     v1.addGeneral("meshes/a.nif", big, Pack::Zlib);
     v1.addGeneral("meshes/b.nif", small, Pack::Zlib);
     v1.addGeneral("readme.txt", "plain", Pack::Stored);
-    const double ratio1 = float(float(v1.entries[0].packedSize + v1.entries[1].packedSize)
-                                / float(big.size() + small.size()) * 100.0);
-    const QString info1 = QString::asprintf(
-        "BA2 Ver.1 (3 files)|Format: General|Compression: zlib (%3.2f%%)", ratio1);
-    const QString names1 = "meshes/a.nif meshes/b.nif readme.txt", order = kGeneralOrder.join(' ');
+    v3.version = v3zlib.version = v3code2.version = 3;
     v2.version = 2;
     v2.addGeneral("sound/x.wav", small, Pack::Stored);
-    v3.version = 3;
-    v3.texture = true;
+    v3.texture = chunks.texture = true;
     const testutil::TestEntry& t = v3.addTexture("textures/t.dds", 8, 8, 2, 28,
                                                  {big.left(256), big.mid(256, 64)}, Pack::Lz4);
-    const double ratio3
-        = float(float(t.chunks[0].packedSize + t.chunks[1].packedSize) / float(256 + 64) * 100.0);
-    v3code0.version = v3code2.version = 3;
-    v3code0.compressionCode = 0;
-    v3code0.addGeneral("meshes/b.nif", small, Pack::Zlib);
-    const double ratio30
-        = float(float(v3code0.entries[0].packedSize) / float(small.size()) * 100.0);
+    v3zlib.compressionCode = 0;
+    v3zlib.addGeneral("meshes/b.nif", small, Pack::Zlib);
     v3code2.compressionCode = 2;
     v3code2.addGeneral("a.txt", "abc");
-    chunks.texture = true;
     chunks.addTexture("t.dds", 4, 4, 17, 28, QVector<QByteArray>(17, "pixels"));
     general.addGeneral("a.txt", "abc");
-    const QByteArray unknownType = general.build().replace(8, 4, "XXXX");
-    const QString noInfo = "||", error = "BA2 Error.||";
-    const QString one = "1 file " + kRecommended, aborted = "info|Read Files.|Aborted.";
-
-    auto row = [](const char* name, const LoadCase& c) {
-        QTest::newRow(name) << c;
-    };
-    row("open v1 zlib", {"open", v1.build(), info1, names1, "E-CL", "", "earlier", 0});
-    row("open one file v2 stored",
-        {"open", v2.build(), "BA2 Ver.2 (1 file)|Format: General|Compression: Non", "sound/x.wav",
-         "E-CL", "", "earlier", 0});
-    row("open texture v3 lz4",
-        {"open", v3.build(),
-         QString::asprintf("BA2 Ver.3 (1 file)|Format: DDS(Texture)|Compression: LZ4 (%3.2f%%)",
-                           ratio3),
-         "textures/t.dds", "E-CL", "", "earlier", 0});
-    row("drop archive", {"drop", v1.build(), info1, names1, "E-CL", "", "", 0});
-    row("startup archive", {"startup", v1.build(), info1, names1, "E-CL", "", "", 0});
-    // A .ba2 that is no archive: gathered, but through Open Archive neither listed nor assessed.
-    row("open no archive", {"open", "hello, no archive", noInfo, "", "---L", "", "earlier", 1});
-    row("drop no archive", {"drop", "hello, no archive", noInfo, "mixed.ba2", "-ACL", "", one, 1});
-    row("drop three bytes", {"drop", "BTD", noInfo, "mixed.ba2", "-ACL", "", one, 1});
     testutil::BsaBuilder bsa;
     bsa.folders = {{"meshes", {{"b.txt", "bee"}, {"a.nif", small}}}}; // a.nif hashes lower
-    const QString bsaInfo
-        = "BSA Ver.104 (2 files)|Format: Fallout 3, New Vegas, Skyrim|Compression: Non";
-    const QString bsaNames = "meshes/a.nif meshes/b.txt";
-    row("open bsa", {"open", bsa.build(), bsaInfo, bsaNames, "E-CL", "", "earlier", 0, "bsa"});
-    row("drop bsa", {"drop", bsa.build(), bsaInfo, bsaNames, "E-CL", "", "", 0, "Bsa"});
-    row("drop bsa without magic",
-        {"drop", "hello, no archive", noInfo, "mixed.bsa", "-ACL", "", one, 1, "BSA"});
-    row("drop bsa as ba2", {"drop", bsa.build(), noInfo, "mixed.ba2", "-ACL", "", one, 1});
-    row("open v3 zlib",
-        {"open", v3code0.build(),
-         QString::asprintf("BA2 Ver.3 (1 file)|Format: General|Compression: zlib (%3.2f%%)",
-                           ratio30),
-         "meshes/b.nif", "E-CL", "", "earlier", 0});
-    row("open refused v3 code 2",
-        {"open", v3code2.build(), error, "", "---L",
-         "warn|This is Ver3-BA2 of a kind not yet supported.(code:2)|Please report to the author.",
-         "earlier", 0});
-    row("drop refused 17 chunks",
-        {"drop", chunks.build(), error, "", "---L",
-         "warn|The maximum number of chunks that Zarnel can process is 16.|;" + kReadError, "", 0});
-    row("startup refused type", {"startup", unknownType, error, "", "---L", kReadError, "", 0});
-    row("drop refused no files",
-        {"drop", testutil::Ba2Builder().build(), error, "", "---L", kReadError, "", 0});
-    row("drop folder", {"drop", QByteArray(), noInfo, order, "-ACL", "", kSix, 6});
-    row("select folder", {"select", QByteArray(), noInfo, order, "-ACL", "", kSix, 6});
-    row("startup folder", {"startup", QByteArray(), noInfo, order, "-ACL", "", kSix, 6});
-    row("drop cancelled", {"drop", QByteArray(), noInfo, "", "---L", aborted, "", 0});
-    // No Clear List at start-up: the list stays hidden.
-    row("startup cancelled", {"startup", QByteArray(), noInfo, "", "----", aborted, "", 0});
+    const QMap<QString, QByteArray> archives = {{"v1", v1.build()},
+                                                {"v2", v2.build()},
+                                                {"v3", v3.build()},
+                                                {"v3zlib", v3zlib.build()},
+                                                {"v3code2", v3code2.build()},
+                                                {"chunks", chunks.build()},
+                                                {"bsa", bsa.build()},
+                                                {"unknown", general.build().replace(8, 4, "XXXX")},
+                                                {"text", "hello, no archive"},
+                                                {"BTD", "BTD"},
+                                                {"empty", testutil::Ba2Builder().build()},
+                                                {"-", QByteArray()}};
+    auto ratio = [](uint32_t packed, int size) {
+        return QString::asprintf("%3.2f", float(float(packed) / float(size) * 100.0));
+    };
+    const QString r1
+        = ratio(v1.entries[0].packedSize + v1.entries[1].packedSize, big.size() + small.size()),
+        r3 = ratio(t.chunks[0].packedSize + t.chunks[1].packedSize, 256 + 64),
+        r30 = ratio(v3zlib.entries[0].packedSize, small.size());
+    QFile table(QFINDTESTDATA("data/window_loads.txt"));
+    QVERIFY(table.open(QIODevice::ReadOnly | QIODevice::Text));
+    for (const QString& line : QString::fromUtf8(table.readAll()).split('\n', Qt::SkipEmptyParts)) {
+        QStringList f = line.split('\t');
+        if (line.startsWith('#')) continue;
+        const QString mix = f[2].startsWith("Mix:") ? f[2].mid(4) : QString();
+        QVERIFY2(f.size() == 12 && (archives.contains(f[2]) || !mix.isEmpty()), qPrintable(line));
+        f[4].replace("{r1}", r1).replace("{r3}", r3).replace("{r30}", r30);
+        QTest::newRow(qPrintable(f[0]))
+            << LoadCase {f[1], archives[f[2]], f[4], f[5], f[6],  f[7],
+                         f[8], f[9].toInt(),   f[3], mix,  f[10], f[11]};
+    }
 }
 
 void TestWinOps::load()
 {
     QFETCH(LoadCase, c);
     // Mixed case on purpose: the file is opened by its real name, and the suffix test ignores case.
-    const QString file = path(c.content.isNull() ? "Data" : "Arc/Mixed." + c.suffix);
-    QVERIFY(c.content.isNull() ? writeTree(work->path(), generalTree())
-                               : testutil::writeFile(file, c.content));
+    const QString file = path(!c.mix.isEmpty()         ? "Mix"
+                                  : c.content.isNull() ? "Data"
+                                                       : "Arc/Mixed." + c.suffix);
+    for (const QString& name : c.mix.split(' ', Qt::SkipEmptyParts))
+        QVERIFY(testutil::writeFile(path("Mix/" + name), "data"));
+    QVERIFY(!c.mix.isEmpty() || c.content.isNull() ? writeTree(work->path(), generalTree())
+                                                   : testutil::writeFile(file, c.content));
     QVERIFY(testutil::writeFile(path("Other/extra.txt"), "x"));
     // The reading dialog is cancelled after three files where the load is to be aborted.
     const bool cancel = c.boxes.contains(QStringLiteral("info|Read Files.|Aborted."));
@@ -478,6 +452,11 @@ void TestWinOps::load()
     } else {
         w = startWindow();
         arm(*w);
+        if (c.mode.contains("off")) w->ui->checkBox_assist->click();
+        if (c.mode.contains("v3")) {
+            choose(w->ui->comboBox_Format, 1);
+            choose(w->ui->comboBox_Ver, 2);
+        }
         w->statusBar()->showMessage("earlier"); // a drop clears it; the other routes leave it
         if (c.route == "drop") drop(*w, {file});
         dialogs->answers << file;
@@ -497,6 +476,14 @@ void TestWinOps::load()
     // After a failure box the drop and Select Folder clear the list, and with it the source line.
     const bool cleared = c.boxes.contains("Read Files.") && c.route != "startup";
     QCOMPARE(w->ui->lineEdit_SrcFile->text(), cleared ? kHint : file);
+    if (!c.settings.isEmpty()) {
+        const auto* versions = qobject_cast<QStandardItemModel*>(w->ui->comboBox_Ver->model());
+        QCOMPARE(stored(4).join(',') + (versions->item(2)->isEnabled() ? ",v3" : ""), c.settings);
+        QCOMPARE(QString("%1,%2")
+                     .arg(w->ui->comboBox_Format->currentIndex())
+                     .arg(w->ui->comboBox_Ver->currentIndex() + 1),
+                 c.settings.left(3));
+    }
     if (c.route == "open") {
         QCOMPARE(dialogs->asked,
                  QStringList {"open Open Archive||BA2 Archive (*.ba2);;BSA Archive (*.bsa)"});
@@ -730,66 +717,6 @@ void TestWinOps::listViews()
     const QString copied = QApplication::clipboard()->text();
     QCOMPARE(copied.isEmpty() ? 0 : copied.split('\n').size(), files);
     if (files) QCOMPARE(copied.section('\n', -1), name(files - 1).toLower());
-}
-
-void TestWinOps::assistance_data()
-{
-    // The rules themselves are tabled with the core; these rows prove the window applies them.
-    QTest::addColumn<QString>("files");
-    QTest::addColumn<QString>("mode"); // assistance on or off; v3: texture format and version 3
-    QTest::addColumn<QString>("message");
-    QTest::addColumn<QString>("settings"); // Format, Version, zlib, LZ4, and "v3" if selectable
-    const QString notDds
-        = "* Assistance * some files are not DDS, they cannot be archived in texture format.";
-    const QString sound = "4 files * assistance * 'No compression' selected, because some files "
-                          "do not work when compressed.(.wem.fuz.xwm.wav.swf)";
-    QTest::newRow("all textures") << "a.dds b.DDS"
-                                  << "on" << kAllDds << "1,3,1,1,v3";
-    QTest::newRow("sound kinds") << "a.fuz b.wav c.xwm d.wem"
-                                 << "on" << sound << "0,2,0,1";
-    QTest::newRow("off: textures and other") << "a.dds b.txt"
-                                             << "off"
-                                             << "2 files " + notDds << "0,1,1,1";
-    QTest::newRow("off: all textures") << "a.dds"
-                                       << "off"
-                                       << "1 file "
-                                       << "0,1,1,1,v3";
-    // Version 3 holds textures only, with or without assistance.
-    QTest::newRow("off: version 3, general") << "a.nif"
-                                             << "off v3"
-                                             << "1 file "
-                                             << "1,2,1,1";
-    QTest::newRow("off: version 3, textures") << "a.dds"
-                                              << "off v3"
-                                              << "1 file "
-                                              << "1,3,1,1,v3";
-}
-
-void TestWinOps::assistance()
-{
-    QFETCH(QString, files);
-    QFETCH(QString, mode);
-    QFETCH(QString, message);
-    QFETCH(QString, settings);
-    for (const QString& f : files.split(' '))
-        QVERIFY(testutil::writeFile(path("Mix/" + f), "data"));
-    auto w = startWindow();
-    const Ui::MainWindow& ui = *w->ui;
-    if (mode.startsWith("off")) ui.checkBox_assist->click();
-    if (mode.endsWith("v3")) {
-        choose(ui.comboBox_Format, 1);
-        choose(ui.comboBox_Ver, 2);
-    }
-    drop(*w, {path("Mix")});
-    QCOMPARE(w->statusBar()->currentMessage(), message);
-    const bool ver3
-        = qobject_cast<QStandardItemModel*>(ui.comboBox_Ver->model())->item(2)->isEnabled();
-    QCOMPARE(stored(4).join(',') + (ver3 ? ",v3" : ""), settings);
-    QCOMPARE(QString("%1,%2")
-                 .arg(ui.comboBox_Format->currentIndex())
-                 .arg(ui.comboBox_Ver->currentIndex() + 1),
-             settings.left(3));
-    QCOMPARE(controls(*w), QStringLiteral("-ACL"));
 }
 
 void TestWinOps::gathering()
