@@ -100,6 +100,29 @@ struct Ini
     }
 };
 
+// The cases of a table in tests/data, one a line: columns separated by tabs, "\\n" a line break,
+// lines starting with '#' comments. A missing or malformed table ends the run.
+QList<QStringList> table(const char* name, int columns)
+{
+    QFile file(QFINDTESTDATA(QStringLiteral("data/") + name));
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) qFatal("no table %s", name);
+    QList<QStringList> rows;
+    for (const QString& line : QString::fromUtf8(file.readAll()).split('\n', Qt::SkipEmptyParts)) {
+        if (line.startsWith('#')) continue;
+        rows << QString(line).replace("\\n", "\n").split('\t');
+        if (rows.last().size() != columns) qFatal("%s: %s", name, qPrintable(line));
+    }
+    return rows;
+}
+
+// Adds a table's cases as rows of one column, "f".
+void addRows(const char* name, int columns)
+{
+    QTest::addColumn<QStringList>("f");
+    for (const QStringList& f : table(name, columns))
+        QTest::newRow(qPrintable(f[0])) << f;
+}
+
 void drop(MainWindow& window, const QStringList& paths)
 {
     QMimeData mime;
@@ -313,17 +336,6 @@ struct LoadCase
 };
 Q_DECLARE_METATYPE(LoadCase)
 
-struct CreateCase
-{
-    QString tree; // general, textures or empty; cancel: general, then cancelled
-    QList<int>
-        picks; // items of the format, version, zlib and LZ4 combos; -1: as assisted, -2: no item
-    QString settings; // format, version, zlib level and LZ4 mode of the archive; none: no archive
-    QStringList boxes;
-    QString status;
-};
-Q_DECLARE_METATYPE(CreateCase)
-
 struct SettingsCase
 {
     QByteArray file;      // Zarnel.ini after "[General]"; null: no file
@@ -411,13 +423,9 @@ void TestWinOps::load_data()
         = ratio(v1.entries[0].packedSize + v1.entries[1].packedSize, big.size() + small.size()),
         r3 = ratio(t.chunks[0].packedSize + t.chunks[1].packedSize, 256 + 64),
         r30 = ratio(v3zlib.entries[0].packedSize, small.size());
-    QFile table(QFINDTESTDATA("data/window_loads.txt"));
-    QVERIFY(table.open(QIODevice::ReadOnly | QIODevice::Text));
-    for (const QString& line : QString::fromUtf8(table.readAll()).split('\n', Qt::SkipEmptyParts)) {
-        QStringList f = line.split('\t');
-        if (line.startsWith('#')) continue;
+    for (QStringList f : table("window_loads.txt", 12)) {
         const QString mix = f[2].startsWith("Mix:") ? f[2].mid(4) : QString();
-        QVERIFY2(f.size() == 12 && (archives.contains(f[2]) || !mix.isEmpty()), qPrintable(line));
+        QVERIFY(archives.contains(f[2]) || !mix.isEmpty());
         f[4].replace("{r1}", r1).replace("{r3}", r3).replace("{r30}", r30);
         QTest::newRow(qPrintable(f[0]))
             << LoadCase {f[1], archives[f[2]], f[4], f[5], f[6],  f[7],
@@ -496,69 +504,46 @@ void TestWinOps::load()
 
 void TestWinOps::create_data()
 {
-    QTest::addColumn<CreateCase>("c");
-    const QList<int> assisted = {-1, -1, -1, -1};
-    const QStringList complete = {"info|Save Archive|Complete."};
-    auto row = [](const char* name, const CreateCase& c) {
-        QTest::newRow(name) << c;
-    };
-    row("general, assisted v2 zlib 1", {"general", assisted, "0,2,1,1", complete, kSix});
-    row("general v1 stored", {"general", {-1, 0, 9, -1}, "0,1,0,1", complete, kSix});
-    row("textures, assisted v3 lz4", {"textures", assisted, "1,3,1,1", complete, kAllDds});
-    row("textures v3 lz4 stored", {"textures", {-1, -1, -1, 2}, "1,3,1,0", complete, kAllDds});
-    row("textures v1 zlib 6", {"textures", {-1, 0, 5, -1}, "1,1,6,1", complete, kAllDds});
-    row("cancelled", {"cancel", assisted, {}, {"info|Save Archive|Aborted."}, kSix});
-    row("texture format of non-DDS files",
-        {"general",
-         {1, -1, -1, -1},
-         {},
-         {"warn|Save Archive|Save Archive Error.\n DDS File Error."},
-         kSix});
-    // What a settings file with "Format=5" or "Version=7" leaves: combos showing no item.
-    const QStringList unchosen
-        = {"warn|Save Archive|Save Archive Error.\n Choose a format and a version."};
-    row("no version chosen", {"general", {-1, -2, -1, -1}, {}, unchosen, kSix});
-    row("no format chosen", {"textures", {-2, -1, -1, -1}, {}, unchosen, kAllDds});
-    // The writer refuses an empty list without a word.
-    row("empty folder", {"empty", assisted, {}, {}, "0 file " + kRecommended});
+    addRows("window_create.txt", 6);
 }
-
 void TestWinOps::create()
 {
     SKIP_WITHOUT_SAMPLES();
-    QFETCH(CreateCase, c);
+    QFETCH(QStringList, f);
+    const QString kind = f[1], settingsText = f[3] == "-" ? QString() : f[3];
+    const QStringList picks = f[2].split(' ');
     const QByteArray dds = testutil::readFile(testutil::samplesDir() + "/Blank.dds");
-    const bool textures = c.tree == "textures";
+    const bool textures = kind == "textures";
     const QString folder = path(textures ? "Tex" : "Data"), out = path("out");
     const Tree tree
         = textures ? Tree {{"Tex/Stone.dds", dds}, {"Tex/armor/plate.dds", dds}} : generalTree();
     QVERIFY(QDir().mkpath(out) && QDir().mkpath(folder)
-            && (c.tree == "empty" || writeTree(work->path(), tree)));
+            && (kind == "empty" || writeTree(work->path(), tree)));
     auto w = startWindow();
     drop(*w, {folder});
     const QList<QComboBox*> combos = {w->ui->comboBox_Format, w->ui->comboBox_Ver,
                                       w->ui->comboBox_zlibComp, w->ui->comboBox_LZ4Comp};
     for (int i = 0; i < 4; ++i)
-        if (c.picks[i] >= 0) choose(combos[i], c.picks[i]);
-    if (c.picks[0] == -2) w->archiveFormat = 5;
-    if (c.picks[1] == -2) w->archiveVersion = 7;
+        if (picks[i].toInt() >= 0) choose(combos[i], picks[i].toInt());
+    if (picks[0] == "-2") w->archiveFormat = 5;
+    if (picks[1] == "-2") w->archiveVersion = 7;
     w->updateUi();
     dialogs->answers << out + "/new.ba2";
     std::unique_ptr<Canceller> canceller;
-    if (c.tree == "cancel") canceller = std::make_unique<Canceller>("Create Archive");
+    if (kind == "cancel") canceller = std::make_unique<Canceller>("Create Archive");
     w->ui->pushButton_Archive->click();
 
     QVERIFY(!canceller || canceller->fired);
     QCOMPARE(dialogs->asked, QStringList {"save Save Archive||BA2 Archive (*.ba2)"});
-    QCOMPARE(dialogs->boxes, c.boxes);
-    QCOMPARE(w->statusBar()->currentMessage(), c.status);
+    QCOMPARE(dialogs->boxes, f[4].split(';', Qt::SkipEmptyParts));
+    QCOMPARE(w->statusBar()->currentMessage(), f[5]);
     QCOMPARE(controls(*w), QStringLiteral("-ACL"));
     QCOMPARE(w->ui->lineEdit_SrcFile->text(), folder);
     QCOMPARE(Ini::value("CreateArchiveDir"), out + '/');
     QCOMPARE(QDir(out).entryList(QDir::Files),
-             c.settings.isEmpty() ? QStringList() : QStringList {"new.ba2"});
-    if (c.settings.isEmpty()) return;
-    const QStringList settings = c.settings.split(',');
+             settingsText.isEmpty() ? QStringList() : QStringList {"new.ba2"});
+    if (settingsText.isEmpty()) return;
+    const QStringList settings = settingsText.split(',');
     QCOMPARE(stored(4), settings);
     const QByteArray bytes = testutil::readFile(out + "/new.ba2");
     QCOMPARE(bytes.mid(4, 8),
@@ -648,39 +633,14 @@ void TestWinOps::extract()
 
 void TestWinOps::listViews_data()
 {
-    QTest::addColumn<bool>("archive"); // or a folder of files
-    QTest::addColumn<int>("count");
-    QTest::addColumn<QString>("view");
-    QTest::addColumn<int>("items");
-    QTest::addColumn<QString>("last");
-    const QString cut = "<<< This is an abbreviated list view >>>";
-    const QString archiveMarker
-        = "<<< All data is loaded, although the list is not displayed to speed things up.>>>";
-    const QString sourcesMarker
-        = "<<< All data is loaded, although the list is not displayed to Improve performance.>>>";
-    auto row = [](const char* name, bool archive, int count, const char* view, int items,
-                  const QString& last) {
-        QTest::newRow(name) << archive << count << QString(view) << items << last;
-    };
-    row("archive 1001, max 1000", true, 1001, "action_1000_Items", 1001, cut);
-    row("archive 1000, max 1000", true, 1000, "action_1000_Items", 1000, "1,000: f0999.txt");
-    row("archive 1234, full", true, 1234, "action_Full", 1234, "1,234: f1233.txt");
-    row("archive, not shown", true, 5, "action_NotShown", 1, archiveMarker);
-    row("folder 1001, max 1000", false, 1001, "action_1000_Items", 1001, cut);
-    row("folder 1000, max 1000", false, 1000, "action_1000_Items", 1000, "1,000: big/f0999.txt");
-    row("folder 1001, full", false, 1001, "action_Full", 1001, "1,001: big/f1000.txt");
-    row("folder, not shown", false, 3, "action_NotShown", 1, sourcesMarker);
-    row("empty folder, full", false, 0, "action_Full", 0, "");
-    row("empty folder, not shown", false, 0, "action_NotShown", 1, sourcesMarker);
+    addRows("window_lists.txt", 6);
 }
-
 void TestWinOps::listViews()
 {
-    QFETCH(bool, archive);
-    QFETCH(int, count);
-    QFETCH(QString, view);
-    QFETCH(int, items);
-    QFETCH(QString, last);
+    QFETCH(QStringList, f);
+    const bool archive = f[1] == "1";
+    const int count = f[2].toInt(), items = f[4].toInt();
+    const QString view = f[3], last = f[5] == "-" ? QString() : f[5];
     auto w = startWindow();
     w->findChild<QAction*>(view)->trigger();
     auto name = [&](int i) {
@@ -801,23 +761,17 @@ void TestWinOps::gathering()
 void TestWinOps::settings_data()
 {
     QTest::addColumn<SettingsCase>("c");
-    QFile table(QFINDTESTDATA("data/window_settings.txt"));
-    QVERIFY(table.open(QIODevice::ReadOnly | QIODevice::Text));
     QMap<QString, QByteArray> bases;
-    auto unescape = [](QString text) {
-        return text.replace("\\n", "\n").toUtf8();
-    };
-    for (const QString& line : QString::fromUtf8(table.readAll()).split('\n', Qt::SkipEmptyParts)) {
-        const QStringList f = line.split('\t');
-        if (line.startsWith('=')) bases[f[0].mid(1)] = unescape(f[1]);
-        if (line.startsWith('=') || line.startsWith('#')) continue;
-        QVERIFY2(f.size() == 7, qPrintable(line));
-        const QStringList edits = f[1].split(';');
-        QByteArray file = f[1] == "-" ? QByteArray() : bases.value(edits[0], unescape(edits[0]));
+    for (const QStringList& f : table("window_settings.txt", 7)) {
+        const QStringList edits = f[0].startsWith('=') ? QStringList {f[1]} : f[1].split(';');
+        QByteArray file = f[1] == "-" ? QByteArray() : bases.value(edits[0], edits[0].toUtf8());
         for (const QString& edit : edits.mid(1))
-            file.replace(unescape(edit.section('>', 0, 0)), unescape(edit.section('>', 1)));
-        QTest::newRow(qPrintable(f[0]))
-            << SettingsCase {file, f[2], f[3].toInt(), f[4].split('|'), f[5] == "1", f[6] == "1"};
+            file.replace(edit.section('>', 0, 0).toUtf8(), edit.section('>', 1).toUtf8());
+        if (f[0].startsWith('='))
+            bases[f[0].mid(1)] = file;
+        else
+            QTest::newRow(qPrintable(f[0])) << SettingsCase {
+                file, f[2], f[3].toInt(), f[4].split('|'), f[5] == "1", f[6] == "1"};
     }
 }
 
