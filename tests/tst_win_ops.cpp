@@ -176,9 +176,8 @@ Tree readTree(const QString& root)
 // Cancels the progress dialog with the given label once ready() holds. Looked at on every tick
 // of a zero timer (the scans process events per entry) and when a dialog gets its style sheet,
 // the last step of building one (the engines check Cancel before they process any event).
-class Canceller : public QObject
+struct Canceller : QObject
 {
-public:
     explicit Canceller(
         const QString& label, std::function<bool()> ready = [] { return true; })
         : label(label)
@@ -188,29 +187,23 @@ public:
         startTimer(0);
     }
     ~Canceller() override { qApp->removeEventFilter(this); }
-    bool fired = false;
-
-protected:
     bool eventFilter(QObject* watched, QEvent* event) override
     {
         const bool look = event->type() == QEvent::StyleChange
             || (watched == this && event->type() == QEvent::Timer);
-        if (fired || !look || !ready()) return false;
         for (QWidget* w : QApplication::topLevelWidgets()) {
             auto* dialog = qobject_cast<QProgressDialog*>(w);
-            if (dialog && dialog->labelText() == label) {
+            if (!fired && look && dialog && dialog->labelText() == label && ready()) {
                 dialog->cancel();
                 fired = true;
             }
         }
         return false;
     }
-
-private:
     QString label;
     std::function<bool()> ready;
+    bool fired = false;
 };
-
 // Its archive order follows the ordering rules: a folder's own files first, '_' after
 // letters, then subfolders by name.
 Tree generalTree()
@@ -691,21 +684,24 @@ void TestWinOps::gathering()
         work->path(),
         {{"Other/Data/b.txt", "dup"}, {"Other/Data/new.txt", "new"}, {"Single.nif", "1"}}));
     auto w = startWindow();
+    // The list as names, the controls as letters, the source line.
+    auto state = [&] {
+        return QStringList {listTexts(*w).join(';'), controls(*w), w->ui->lineEdit_SrcFile->text()};
+    };
+    const QString general = numbered(kGeneralOrder).join(';');
     // An empty answer counts as a cancelled dialog: nothing happens.
     dialogs->answers << path("a.ba2") << QString();
     w->ui->pushButton_File->click();
     w->ui->pushButton_ExtractAll->click();
     QCOMPARE(dialogs->asked.last(), QStringLiteral("dir Pick a folder to extract to||3"));
     QVERIFY(dialogs->boxes.isEmpty());
-    QCOMPARE(controls(*w), QStringLiteral("E-CL"));
-    QCOMPARE(w->ui->lineEdit_SrcFile->text(), path("a.ba2"));
+    QCOMPARE(state(), (QStringList {"1: x.txt;2: y.txt", "E-CL", path("a.ba2")}));
     const QStringList info = infoLines(*w);
     QCOMPARE(info[0], QStringLiteral("BA2 Ver.1 (2 files)"));
 
     // Files added while an archive is open replace its list and lines and turn Extract All off.
     drop(*w, {path("Data")});
-    QCOMPARE(listTexts(*w), numbered(kGeneralOrder));
-    QCOMPARE(controls(*w), QStringLiteral("-ACL"));
+    QCOMPARE(state(), (QStringList {general, "-ACL", path("Data")}));
     QCOMPARE(infoLines(*w), (QStringList {"", "", ""}));
     QVERIFY(w->readerActive);
     // With no answer queued these dialogs change nothing either.
@@ -719,22 +715,19 @@ void TestWinOps::gathering()
                                + "/|BA2 Archive (*.ba2);;BSA Archive (*.bsa)",
                            "dir Pick a folder to Archive||3"}));
     QCOMPARE(Ini::read(), ini);
-    QCOMPARE(listTexts(*w), numbered(kGeneralOrder));
-    QCOMPARE(controls(*w), QStringLiteral("-ACL"));
+    QCOMPARE(state(), (QStringList {general, "-ACL", path("Data")}));
 
     // Clear List forgets the list and the sources but keeps the archive open and its lines shown.
     dialogs->answers << path("a.ba2");
     w->ui->pushButton_File->click();
     w->ui->pushButton_ClearList->click();
-    QCOMPARE(listTexts(*w), QStringList());
-    QCOMPARE(controls(*w), QStringLiteral("---L"));
-    QCOMPARE(w->ui->lineEdit_SrcFile->text(), kHint);
+    QCOMPARE(state(), (QStringList {"", "---L", kHint}));
     QCOMPARE(infoLines(*w), info);
     QVERIFY(w->readerActive && w->sources.isEmpty());
 
     drop(*w, {path("Data")});
     drop(*w, {path("Data")}); // nothing new: every relative path is already there
-    QCOMPARE(listTexts(*w), numbered(kGeneralOrder));
+    QCOMPARE(listTexts(*w).join(';'), general);
 
     // A same-named folder elsewhere adds only what is new; paths dropped together are all
     // sources by their bare names, archives too.
@@ -753,9 +746,8 @@ void TestWinOps::gathering()
     w->ui->pushButton_SelFolder->click();
     QCOMPARE(dialogs->asked.last(), "dir Pick a folder to Archive|" + path("Other") + "|3");
     QCOMPARE(dialogs->boxes, QStringList {"info|Read Files.|File Error"});
-    QCOMPARE(listTexts(*w), QStringList());
+    QCOMPARE(state(), (QStringList {"", "---L", kHint}));
     QVERIFY(w->sources.isEmpty());
-    QCOMPARE(controls(*w), QStringLiteral("---L"));
 }
 
 void TestWinOps::settings_data()
