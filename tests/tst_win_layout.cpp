@@ -21,14 +21,10 @@ QString describe(QObject* o)
     bool enabled = w->isEnabled();
     if (auto* b = qobject_cast<QAbstractButton*>(o)) text = b->text();
     if (auto* g = qobject_cast<QGroupBox*>(o)) text = g->title();
-    if (auto* l = qobject_cast<QLabel*>(o)) {
-        text = l->text();
-        flags += l->alignment() == (Qt::AlignRight | Qt::AlignVCenter) ? ">" : "";
-    }
-    if (auto* e = qobject_cast<QLineEdit*>(o)) {
-        text = e->text();
-        flags += e->isReadOnly() ? "r" : "";
-    }
+    if (auto* l = qobject_cast<QLabel*>(o))
+        text = l->text(), flags += l->alignment() == (Qt::AlignRight | Qt::AlignVCenter) ? ">" : "";
+    if (auto* e = qobject_cast<QLineEdit*>(o))
+        text = e->text(), flags += e->isReadOnly() ? "r" : "";
     if (auto* v = qobject_cast<QAbstractItemView*>(o))
         flags += v->editTriggers() == QAbstractItemView::NoEditTriggers && !v->showDropIndicator()
             ? "r"
@@ -40,8 +36,9 @@ QString describe(QObject* o)
             items << (model->item(i)->isEnabled() ? "" : "!") + c->itemText(i);
         text = items.join('|');
     }
-    if (auto* m = qobject_cast<QMenu*>(o)) enabled = m->menuAction()->isEnabled();
-    if (qobject_cast<QMenu*>(o) || qobject_cast<QMenuBar*>(o)) {
+    auto* menu = qobject_cast<QMenu*>(o);
+    if (menu) enabled = menu->menuAction()->isEnabled();
+    if (menu || qobject_cast<QMenuBar*>(o)) {
         QStringList entries;
         for (QAction* a : w->actions()) {
             const QString actionFlags
@@ -51,18 +48,13 @@ QString describe(QObject* o)
                             ? '>' + a->menu()->title()
                             : a->text() + (actionFlags.isEmpty() ? "" : '[' + actionFlags + ']'));
         }
-        auto* m = qobject_cast<QMenu*>(o);
-        text = (m ? m->title() + ": " : QString()) + entries.join('|');
+        text = (menu ? menu->title() + ": " : QString()) + entries.join('|');
     }
     QString line
         = o->objectName() + ' ' + o->metaObject()->className() + ' ' + o->parent()->objectName();
     // The frames take their size from the main window's layout.
-    if (!qobject_cast<QMenu*>(o) && w->parent() != w->window())
-        line += QStringLiteral(" %1,%2 %3x%4")
-                    .arg(w->x())
-                    .arg(w->y())
-                    .arg(w->width())
-                    .arg(w->height());
+    if (!menu && w->parent() != w->window())
+        line += QString::asprintf(" %d,%d %dx%d", w->x(), w->y(), w->width(), w->height());
     if (!text.isEmpty()) line += " \"" + text + '"';
     flags += enabled ? "" : "d";
     return flags.isEmpty() ? line : line + ' ' + flags;

@@ -252,11 +252,11 @@ QStringList infoLines(const MainWindow& w)
             w.ui->label_Ba2Info3->text()};
 }
 
-const QStringList kKeys = QStringLiteral("Format Version zlibCompressionLevel LZ4CompressionLevel "
-                                         "CreateAssistance SaveStringTable "
-                                         "MaxChunkCount SingleMipChunkAreaWidth "
-                                         "SingleMipChunkAreaHeight ListView Theme ExtractAllDir "
-                                         "OpenArchiveDir CreateArchiveDir DropFileDir")
+// The keys of Zarnel.ini, in the order of members().
+const QStringList kKeys = QString("Format Version zlibCompressionLevel LZ4CompressionLevel "
+                                  "CreateAssistance SaveStringTable MaxChunkCount "
+                                  "SingleMipChunkAreaWidth SingleMipChunkAreaHeight ListView Theme "
+                                  "ExtractAllDir OpenArchiveDir CreateArchiveDir DropFileDir")
                               .split(' ');
 
 // The first keys of Zarnel.ini ("missing" where missing), and the members they are read into.
