@@ -552,48 +552,30 @@ void TestWinOps::create()
 
 void TestWinOps::extract_data()
 {
-    QTest::addColumn<QString>("run"); // how the folder is chosen: plain, slash or cancel
-    QTest::addColumn<QByteArray>("archive");
-    QTest::addColumn<QList<int>>("rows"); // selected for Extract Selected; none: Extract All
-    QTest::addColumn<QString>("box");
-    QTest::addColumn<Tree>("output"); // in out/ afterwards
-    Tree extracted;
+    addRows("window_extract.txt", 6);
+}
+
+void TestWinOps::extract()
+{
+    QFETCH(QStringList, f);
+    const QString run = f[1], box = f[4], out = path("out");
+    Tree extracted, output;
     const Tree tree = generalTree();
     for (auto it = tree.begin(); it != tree.end(); ++it)
         extracted[it.key().toLower()] = it.value();
+    for (const QString& item : f[5].split(' ', Qt::SkipEmptyParts))
+        output[item.section('=', 0, 0)]
+            = item.contains('=') ? item.section('=', 1).toUtf8() : extracted.value(item);
+    if (f[5] == "all") output = extracted;
+    QList<int> rows;
+    for (const QString& row : f[3].split(' ', Qt::SkipEmptyParts))
+        rows << row.toInt();
     testutil::Ba2Builder b;
     b.addGeneral("good.txt", "fine", Pack::Stored);
     testutil::TestEntry& bad = b.addGeneral("bad.txt", testutil::patternBytes(4000, 3), Pack::Zlib);
     bad.stored[bad.stored.size() / 2] = char(bad.stored[bad.stored.size() / 2] ^ 0x55);
     bad.stored[2] = char(0xFF);
-    auto row = [](const char* name, const char* run, const QByteArray& archive,
-                  const QList<int>& rows, const QString& box, const Tree& output) {
-        QTest::newRow(name) << QString(run) << archive << rows << box << output;
-    };
-    const QByteArray general = generalArchive(), corrupt = b.build();
-    const QString done = "info|Extract All|Complete.", zlib = " Decompress(zlib) Error.";
-    row("extract", "plain", general, {}, done, extracted);
-    // A chosen folder that already ends in '/' gets no second one.
-    row("folder with slash", "slash", general, {}, done, extracted);
-    row("cancelled", "cancel", general, {}, "info|Extract All|Aborted.", {});
-    row("corrupt zlib block", "plain", corrupt, {}, "warn|Extract All|Extract All Error.\n" + zlib,
-        {{"good.txt", "fine"}, {"bad.txt", ""}}); // as far as written
-    // Records in archive order: data/sub/file.txt, data/a.txt, data/a/x.txt, data/a_b.txt, ...
-    row("selected", "plain", general, {4, 1}, "info|Extract Selected|Complete.",
-        {{"data/a.txt", extracted["data/a.txt"]}, {"data/ab.txt", extracted["data/ab.txt"]}});
-    row("selected, cancelled", "cancel", general, {0, 5}, "info|Extract Selected|Aborted.", {});
-    row("selected corrupt block", "plain", corrupt, {1},
-        "warn|Extract Selected|Extract All Error.\n" + zlib, {{"bad.txt", ""}});
-}
-
-void TestWinOps::extract()
-{
-    QFETCH(QString, run);
-    QFETCH(QByteArray, archive);
-    QFETCH(QList<int>, rows);
-    QFETCH(QString, box);
-    QFETCH(Tree, output);
-    const QString out = path("out");
+    const QByteArray archive = f[2] == "corrupt" ? b.build() : generalArchive();
     const QString label = rows.isEmpty() ? "Extract All" : "Extract Selected";
     QVERIFY(QDir().mkpath(out) && testutil::writeFile(path("a.ba2"), archive));
     auto w = startWindow();
