@@ -312,23 +312,6 @@ int brightest(QWidget* w)
 
 } // namespace
 
-struct LoadCase
-{
-    QString route;      // open, drop, startup or select
-    QByteArray content; // of Arc/Mixed.BA2; null: the folder Data of the general tree
-    QString info;       // the three lines, joined by '|'
-    QString list;       // names, joined by ' '
-    QString state;      // controls()
-    QString boxes;      // joined by ';'
-    QString status;
-    int sources;
-    QString suffix; // of Arc/Mixed
-    QString mix;    // names of the files in the folder Mix
-    QString mode;   // assistance off, version 3 chosen
-    QString settings;
-};
-Q_DECLARE_METATYPE(LoadCase)
-
 struct SettingsCase
 {
     QByteArray file;      // Zarnel.ini after "[General]"; null: no file
@@ -376,7 +359,8 @@ private slots:
 
 void TestWinOps::load_data()
 {
-    QTest::addColumn<LoadCase>("c");
+    QTest::addColumn<QStringList>("f");
+    QTest::addColumn<QByteArray>("content"); // of the archive loaded as Arc/Mixed.SUFFIX
     const QByteArray big = testutil::patternBytes(50000, 11),
                      small = testutil::patternBytes(900, 12);
     testutil::Ba2Builder v1, v2, v3, v3zlib, v3code2, chunks, general;
@@ -397,18 +381,19 @@ void TestWinOps::load_data()
     general.addGeneral("a.txt", "abc");
     testutil::BsaBuilder bsa;
     bsa.folders = {{"meshes", {{"b.txt", "bee"}, {"a.nif", small}}}}; // a.nif hashes lower
-    const QMap<QString, QByteArray> archives = {{"v1", v1.build()},
-                                                {"v2", v2.build()},
-                                                {"v3", v3.build()},
-                                                {"v3zlib", v3zlib.build()},
-                                                {"v3code2", v3code2.build()},
-                                                {"chunks", chunks.build()},
-                                                {"bsa", bsa.build()},
-                                                {"unknown", general.build().replace(8, 4, "XXXX")},
-                                                {"text", "hello, no archive"},
-                                                {"BTD", "BTD"},
-                                                {"empty", testutil::Ba2Builder().build()},
-                                                {"-", QByteArray()}};
+    const QStringList keys
+        = QString("v1 v2 v3 v3zlib v3code2 chunks bsa unknown text BTD empty").split(' ');
+    const QByteArrayList archives = {v1.build(),
+                                     v2.build(),
+                                     v3.build(),
+                                     v3zlib.build(),
+                                     v3code2.build(),
+                                     chunks.build(),
+                                     bsa.build(),
+                                     general.build().replace(8, 4, "XXXX"),
+                                     "hello, no archive",
+                                     "BTD",
+                                     testutil::Ba2Builder().build()};
     auto ratio = [](uint32_t packed, int size) {
         return QString::asprintf("%3.2f", float(float(packed) / float(size) * 100.0));
     };
@@ -417,29 +402,30 @@ void TestWinOps::load_data()
         r3 = ratio(t.chunks[0].packedSize + t.chunks[1].packedSize, 256 + 64),
         r30 = ratio(v3zlib.entries[0].packedSize, small.size());
     for (QStringList f : table("window_loads.txt", 12)) {
-        const QString mix = f[2].startsWith("Mix:") ? f[2].mid(4) : QString();
-        QVERIFY(archives.contains(f[2]) || !mix.isEmpty());
+        QVERIFY(keys.contains(f[2]) || f[2] == "-" || f[2].startsWith("Mix:"));
         f[4].replace("{r1}", r1).replace("{r3}", r3).replace("{r30}", r30);
-        QTest::newRow(qPrintable(f[0]))
-            << LoadCase {f[1], archives[f[2]], f[4], f[5], f[6],  f[7],
-                         f[8], f[9].toInt(),   f[3], mix,  f[10], f[11]};
+        QTest::newRow(qPrintable(f[0])) << f << archives.value(keys.indexOf(f[2]));
     }
 }
 
 void TestWinOps::load()
 {
-    QFETCH(LoadCase, c);
+    QFETCH(QStringList, f);
+    QFETCH(QByteArray, content);
+    const QString route = f[1], suffix = f[3], info = f[4], list = f[5], state = f[6], boxes = f[7],
+                  status = f[8], mode = f[10], settings = f[11];
+    const QString mix = f[2].startsWith("Mix:") ? f[2].mid(4) : QString();
     // Mixed case on purpose: the file is opened by its real name, and the suffix test ignores case.
-    const QString file = path(!c.mix.isEmpty()         ? "Mix"
-                                  : c.content.isNull() ? "Data"
-                                                       : "Arc/Mixed." + c.suffix);
-    for (const QString& name : c.mix.split(' ', Qt::SkipEmptyParts))
+    const QString file = path(!mix.isEmpty()         ? "Mix"
+                                  : content.isNull() ? "Data"
+                                                     : "Arc/Mixed." + suffix);
+    for (const QString& name : mix.split(' ', Qt::SkipEmptyParts))
         QVERIFY(testutil::writeFile(path("Mix/" + name), "data"));
-    QVERIFY(!c.mix.isEmpty() || c.content.isNull() ? writeTree(work->path(), generalTree())
-                                                   : testutil::writeFile(file, c.content));
+    QVERIFY(!mix.isEmpty() || content.isNull() ? writeTree(work->path(), generalTree())
+                                               : testutil::writeFile(file, content));
     QVERIFY(testutil::writeFile(path("Other/extra.txt"), "x"));
     // The reading dialog is cancelled after three files where the load is to be aborted.
-    const bool cancel = c.boxes.contains(QStringLiteral("info|Read Files.|Aborted."));
+    const bool cancel = boxes.contains(QStringLiteral("info|Read Files.|Aborted."));
     std::unique_ptr<Canceller> canceller;
     auto arm = [&](MainWindow& w) {
         if (cancel)
@@ -447,49 +433,49 @@ void TestWinOps::load()
                                                     [&w] { return w.sources.size() >= 3; });
     };
     std::unique_ptr<MainWindow> w;
-    if (c.route == "startup") {
+    if (route == "startup") {
         // Backslashes reach the loader as '/', and only the first argument counts.
         w = startWindow({file.toUtf8().replace('/', '\\'), path("Other").toUtf8()}, arm);
     } else {
         w = startWindow();
         arm(*w);
-        if (c.mode.contains("off")) w->ui->checkBox_assist->click();
-        if (c.mode.contains("v3")) {
+        if (mode.contains("off")) w->ui->checkBox_assist->click();
+        if (mode.contains("v3")) {
             choose(w->ui->comboBox_Format, 1);
             choose(w->ui->comboBox_Ver, 2);
         }
         w->statusBar()->showMessage("earlier"); // a drop clears it; the other routes leave it
-        if (c.route == "drop") drop(*w, {file});
+        if (route == "drop") drop(*w, {file});
         dialogs->answers << file;
-        if (c.route == "open") w->ui->pushButton_File->click();
-        if (c.route == "select") w->ui->pushButton_SelFolder->click();
+        if (route == "open") w->ui->pushButton_File->click();
+        if (route == "select") w->ui->pushButton_SelFolder->click();
     }
 
     QVERIFY(!cancel || canceller->fired);
-    QCOMPARE(dialogs->boxes.join(';'), c.boxes);
-    QCOMPARE(infoLines(*w).join('|'), c.info);
-    QCOMPARE(listTexts(*w), numbered(c.list.split(' ', Qt::SkipEmptyParts)));
-    QCOMPARE(controls(*w), c.state);
-    QCOMPARE(w->statusBar()->currentMessage(), c.status);
-    QCOMPARE(int(w->sources.size()), c.sources);
-    QCOMPARE(w->readerActive, c.state.startsWith('E'));
+    QCOMPARE(dialogs->boxes.join(';'), boxes);
+    QCOMPARE(infoLines(*w).join('|'), info);
+    QCOMPARE(listTexts(*w), numbered(list.split(' ', Qt::SkipEmptyParts)));
+    QCOMPARE(controls(*w), state);
+    QCOMPARE(w->statusBar()->currentMessage(), status);
+    QCOMPARE(int(w->sources.size()), f[9].toInt());
+    QCOMPARE(w->readerActive, state.startsWith('E'));
     QVERIFY(w->statusBar()->findChildren<QProgressBar*>().isEmpty());
     // After a failure box the drop and Select Folder clear the list, and with it the source line.
-    const bool cleared = c.boxes.contains("Read Files.") && c.route != "startup";
+    const bool cleared = boxes.contains("Read Files.") && route != "startup";
     QCOMPARE(w->ui->lineEdit_SrcFile->text(), cleared ? kHint : file);
-    if (!c.settings.isEmpty()) {
+    if (!settings.isEmpty()) {
         const auto* versions = qobject_cast<QStandardItemModel*>(w->ui->comboBox_Ver->model());
-        QCOMPARE(stored(4).join(',') + (versions->item(2)->isEnabled() ? ",v3" : ""), c.settings);
+        QCOMPARE(stored(4).join(',') + (versions->item(2)->isEnabled() ? ",v3" : ""), settings);
         QCOMPARE(QString("%1,%2")
                      .arg(w->ui->comboBox_Format->currentIndex())
                      .arg(w->ui->comboBox_Ver->currentIndex() + 1),
-                 c.settings.left(3));
+                 settings.left(3));
     }
-    if (c.route == "open") {
+    if (route == "open") {
         QCOMPARE(dialogs->asked,
                  QStringList {"open Open Archive||BA2 Archive (*.ba2);;BSA Archive (*.bsa)"});
         QCOMPARE(Ini::value("OpenArchiveDir"), path("Arc/"));
-    } else if (c.route == "select") {
+    } else if (route == "select") {
         QCOMPARE(dialogs->asked, QStringList {"dir Pick a folder to Archive||3"});
         QCOMPARE(Ini::value("DropFileDir"), work->path());
     }
