@@ -383,17 +383,13 @@ void TestWinOps::load_data()
     bsa.folders = {{"meshes", {{"b.txt", "bee"}, {"a.nif", small}}}}; // a.nif hashes lower
     const QStringList keys
         = QString("v1 v2 v3 v3zlib v3code2 chunks bsa unknown text BTD empty").split(' ');
-    const QByteArrayList archives = {v1.build(),
-                                     v2.build(),
-                                     v3.build(),
-                                     v3zlib.build(),
-                                     v3code2.build(),
-                                     chunks.build(),
-                                     bsa.build(),
-                                     general.build().replace(8, 4, "XXXX"),
-                                     "hello, no archive",
-                                     "BTD",
-                                     testutil::Ba2Builder().build()};
+    const QByteArray unknown = general.build().replace(8, 4, "XXXX");
+    const QByteArray text = "hello, no archive", btd = "BTD",
+                     empty = testutil::Ba2Builder().build();
+    const QByteArrayList archives
+        = {v1.build(),     v2.build(),  v3.build(), v3zlib.build(), v3code2.build(),
+           chunks.build(), bsa.build(), unknown,    text,           btd,
+           empty};
     auto ratio = [](uint32_t packed, int size) {
         return QString::asprintf("%3.2f", float(float(packed) / float(size) * 100.0));
     };
