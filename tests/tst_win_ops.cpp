@@ -312,17 +312,6 @@ int brightest(QWidget* w)
 
 } // namespace
 
-struct SettingsCase
-{
-    QByteArray file;      // Zarnel.ini after "[General]"; null: no file
-    QString control;      // what is chosen after the start, if anything
-    int index;            // combo item picked
-    QStringList expected; // the members in the order of kKeys, and the keys if rewritten
-    bool written;
-    bool warned = false; // about version 3 for general files
-};
-Q_DECLARE_METATYPE(SettingsCase)
-
 class TestWinOps : public QObject
 {
     Q_OBJECT
@@ -716,7 +705,8 @@ void TestWinOps::gathering()
 
 void TestWinOps::settings_data()
 {
-    QTest::addColumn<SettingsCase>("c");
+    QTest::addColumn<QStringList>("f");
+    QTest::addColumn<QByteArray>("file"); // Zarnel.ini after "[General]"; null: no file
     QMap<QString, QByteArray> bases;
     for (const QStringList& f : table("window_settings.txt", 7)) {
         const QStringList edits = f[0].startsWith('=') ? QStringList {f[1]} : f[1].split(';');
@@ -726,15 +716,18 @@ void TestWinOps::settings_data()
         if (f[0].startsWith('='))
             bases[f[0].mid(1)] = file;
         else
-            QTest::newRow(qPrintable(f[0])) << SettingsCase {
-                file, f[2], f[3].toInt(), f[4].split('|'), f[5] == "1", f[6] == "1"};
+            QTest::newRow(qPrintable(f[0])) << f << file;
     }
 }
 
 void TestWinOps::settings()
 {
-    QFETCH(SettingsCase, c);
-    if (!c.file.isNull()) QVERIFY(Ini::write(kProbe + "[General]\n" + c.file));
+    QFETCH(QStringList, f);
+    QFETCH(QByteArray, file);
+    const QString control = f[2]; // chosen after the start, if anything (a combo's item f[3])
+    const QStringList expected = f[4].split('|');           // in the order of kKeys
+    const bool written = f[5] == "1", warned = f[6] == "1"; // the version 3 warning
+    if (!file.isNull()) QVERIFY(Ini::write(kProbe + "[General]\n" + file));
     // One window serves every row: each row's file is read as a start reads it.
     if (!settingsWindow) settingsWindow = startWindow();
     MainWindow* const window = settingsWindow.get();
@@ -743,46 +736,45 @@ void TestWinOps::settings()
     window->loadSettings();
     window->updateUi();
     const Ui::MainWindow& ui = *window->ui;
-    QObject* target = c.control.isEmpty() ? nullptr : window->findChild<QObject*>(c.control);
+    QObject* target = control.isEmpty() ? nullptr : window->findChild<QObject*>(control);
     if (auto* combo = qobject_cast<QComboBox*>(target)) {
-        choose(combo, c.index);
+        choose(combo, f[3].toInt());
     } else if (auto* action = qobject_cast<QAction*>(target)) {
         // A disabled action ignores trigger(), so its handler is called the way a connection would.
         if (action->isEnabled())
             action->trigger();
         else
-            QVERIFY(
-                QMetaObject::invokeMethod(window, qPrintable("on_" + c.control + "_triggered")));
+            QVERIFY(QMetaObject::invokeMethod(window, qPrintable("on_" + control + "_triggered")));
     } else if (target == ui.checkBox_assist) {
         ui.checkBox_assist->click();
     } else if (target) {
         ui.listWidget_Files->addItem(QStringLiteral("x"));
         emit ui.listWidget_Files->itemClicked(ui.listWidget_Files->item(0));
     }
-    QCOMPARE(members(*window), c.expected);
-    QCOMPARE(!Ini::read().contains(kProbe), c.written);
-    QCOMPARE(window->statusBar()->currentMessage(), c.warned ? kVer3Warning : QString());
+    QCOMPARE(members(*window), expected);
+    QCOMPARE(!Ini::read().contains(kProbe), written);
+    QCOMPARE(window->statusBar()->currentMessage(), warned ? kVer3Warning : QString());
     QVERIFY(dialogs->boxes.isEmpty() && dialogs->asked.isEmpty());
     // Versions 1 to 4 show their item; others show none.
-    const int version = c.expected[1].toInt();
+    const int version = expected[1].toInt();
     QCOMPARE(ui.comboBox_Ver->currentIndex(), version >= 1 && version <= 4 ? version - 1 : -1);
-    QCOMPARE(ui.checkBox_assist->isChecked(), c.expected[4] != "0");
+    QCOMPARE(ui.checkBox_assist->isChecked(), expected[4] != "0");
     QVERIFY(!ui.action_Theme_Fallout->isEnabled());
-    if (c.written) {
+    if (written) {
         // A rewrite stores the fifteen keys under [General], each in one spelling, and escapes
         // everything outside ASCII.
         const QByteArray ini = Ini::read();
         QVERIFY(ini.startsWith("[General]"));
         QVERIFY(std::all_of(ini.begin(), ini.end(), [](char ch) { return uchar(ch) < 0x80; }));
         QCOMPARE(QSettings("Zarnel.ini", QSettings::IniFormat).allKeys().size(), 15);
-        QCOMPARE(stored(), c.expected);
+        QCOMPARE(stored(), expected);
     }
     // One list view and one theme are checked, and the next start shows the same choices.
     const QStringList before = shown(*window);
     QCOMPARE(before.size(), 7);
     if (auto* action = qobject_cast<QAction*>(target))
-        QVERIFY(before.contains(c.control == "action_Theme_Fallout" ? QStringLiteral("Starfield")
-                                                                    : action->text()));
+        QVERIFY(before.contains(control == "action_Theme_Fallout" ? QStringLiteral("Starfield")
+                                                                  : action->text()));
     window->loadSettings();
     window->updateUi();
     QCOMPARE(shown(*window), before);
