@@ -82,10 +82,6 @@ std::unique_ptr<MainWindow> startWindow(const QByteArrayList& args = {},
 
 const QString kHint = QStringLiteral("*** Drag and drop the File or Folder ***");
 const QString kRecommended = QStringLiteral("* assistance * This is the recommended settings.");
-const QString kSix = "6 files " + kRecommended;
-const QString kAllDds = "2 files * assistance * 'DDS format' selected, because all DDS files. and, "
-                        "Ver.3 BA2 can be created.";
-const QString kReadError = QStringLiteral("info|Read Files.|BA2 File Error");
 const QString kVer3Warning
     = QStringLiteral("* Warning * Only texture files can be archived to Ver.3 BA2.");
 
@@ -100,7 +96,7 @@ struct Ini
     }
 };
 
-// The cases of a table in tests/data, one a line: columns separated by tabs, "\\n" a line break,
+// The cases of a table in tests/data, one a line: columns separated by tabs, \n a line break,
 // lines starting with '#' comments. A missing or malformed table ends the run.
 QList<QStringList> table(const char* name, int columns)
 {
