@@ -670,7 +670,9 @@ void TestWriter::failures()
 void TestWriter::convert_data()
 {
     QTest::addColumn<bool>("texture");
-    QTest::addColumn<int>("from");      // version of the input; 8: a version-1 archive relabelled
+    // version of the input; 8: a version-1 archive relabelled; 30: a version-3 archive of zlib
+    // blocks (compression code 0), made from a version-2 one
+    QTest::addColumn<int>("from");
     QTest::addColumn<int>("fromLevel"); // its zlib level or LZ4 mode
     QTest::addColumn<int>("to");        // 0: keep the version
     QTest::addColumn<int>("zlib");      // -1: not given
@@ -696,6 +698,7 @@ void TestWriter::convert_data()
             << t << 1 << 0 << 3 << -1 << -1 << "created" << 1;
         QTest::newRow(qPrintable(k + "3 lz4 0")) << t << 3 << 1 << 0 << -1 << 0 << "created" << 1;
     }
+    QTest::newRow("general 3 zlib to 1") << false << 30 << 6 << 1 << -1 << -1 << "kept" << 1;
     QTest::newRow("in place") << true << 1 << 6 << 3 << -1 << 1 << "created" << 1;
     QTest::newRow("damaged block") << false << 1 << 6 << 3 << -1 << -1 << "read" << -6;
     QTest::newRow("data past the end") << false << 1 << 6 << 7 << -1 << -1 << "read" << -4;
@@ -729,12 +732,18 @@ void TestWriter::convert()
     RecordingProgress progress, converting(tag == "cancelled" ? 2 : 0);
     const QString input = dir + "/in.ba2",
                   target = tag == "in place" ? input : dir + "/out/out.ba2";
-    QCOMPARE(int(writeArchive(sources, input, texture, from % 8 ? from : 1, fromLevel, fromLevel,
-                              progress)
-                     .status),
-             1);
+    const int made = from == 8 ? 1 : from == 30 ? 2 : from;
+    QCOMPARE(
+        int(writeArchive(sources, input, texture, made, fromLevel, fromLevel, progress).status), 1);
     QByteArray original = testutil::readFile(input);
     if (from == 8) original[4] = 8;
+    if (from == 30) { // code 0 after the header; names and every block 4 bytes further on
+        original[4] = 3;
+        original.insert(32, QByteArray(4, '\0'));
+        original.replace(16, 8, le(getLE(original, 16, 8) + 4, 8));
+        for (int i = 0; i < 12; ++i)
+            original.replace(36 + 36 * i + 16, 8, le(getLE(original, 36 + 36 * i + 16, 8) + 4, 8));
+    }
     if (tag == "damaged block")
         original.replace(int(getLE(original, 24 + 36 + 16, 8)) + 2, 20, QByteArray(20, '\xff'));
     if (tag == "data past the end") original.replace(24 + 36 + 16, 8, le(original.size() - 10, 8));
@@ -772,7 +781,7 @@ void TestWriter::convert()
     ArchiveReader in, out;
     QVERIFY(in.open(input, progress) && out.open(target, progress));
     QCOMPARE(recordFields(out), recordFields(in));
-    const int version = to ? to : from;
+    const int version = to ? to : from == 30 ? 3 : from;
     QCOMPARE(out.version, uint32_t(version));
     QCOMPARE(out.compressionCode, version == 3 ? 3u : 0u);
     const QMap<QString, QByteArray> data = blocksOf(target, true);
