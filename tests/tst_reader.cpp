@@ -241,6 +241,9 @@ void TestReader::infoLines_data()
     QTest::addColumn<QString>("lines");
     QTest::newRow("one file, stored")
         << QVector<qint64> {2, 0, 1, 0, 0} << "BA2 Ver.2 (1 file)|Format: General|Compression: Non";
+    QTest::newRow("packed total decides") // a stored total of its own does not make it compressed
+        << QVector<qint64> {1, 0, 3, 0, 700}
+        << "BA2 Ver.1 (3 files)|Format: General|Compression: Non";
     QTest::newRow("grouped count")
         << QVector<qint64> {1, 0, 12345, 4837, 10000}
         << "BA2 Ver.1 (12,345 files)|Format: General|Compression: zlib (48.37%)";
