@@ -792,11 +792,11 @@ void TestWinOps::themes()
     // lowest band begins at 446, just above where a tall status bar may cut the central area;
     // 300,245 is the window's background.
     const QImage image = ui.centralwidget->grab().toImage();
-    for (const QString& pixel : {"centralwidget 100 420 #d5aa60", "centralwidget 100 430 #e16136",
-                                 "centralwidget 100 440 #c72238", "centralwidget 100 447 #2f4c79",
-                                 "centralwidget 300 245 #4a668c",
-                                 "listWidget_Files 400 100 #253747", "statusbar 300 5 #253747"}) {
-        const QStringList f = pixel.split(' ');
+    for (const char* pixel : {"centralwidget 100 420 #d5aa60", "centralwidget 100 430 #e16136",
+                              "centralwidget 100 440 #c72238", "centralwidget 100 447 #2f4c79",
+                              "centralwidget 300 245 #4a668c", "listWidget_Files 400 100 #253747",
+                              "statusbar 300 5 #253747"}) {
+        const QStringList f = QString(pixel).split(' ');
         const QImage shot = window->findChild<QWidget*>(f[0])->grab().toImage();
         QCOMPARE(shot.pixelColor(f[1].toInt(), f[2].toInt()).name() == f[3], starfield);
     }
